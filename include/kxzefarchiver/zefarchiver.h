@@ -1,0 +1,53 @@
+// The exported entry points of libkxzefarchiver: handler setters, the
+// host-console switch, the directory maker, the date parser and the version
+// globals. Nothing here needs an initialisation call: the two text channels
+// exist from load time and the message catalogue registers itself on first use.
+#ifndef KXZEFARCHIVER_ZEFARCHIVER_H
+#define KXZEFARCHIVER_ZEFARCHIVER_H
+
+#include <ctime>
+
+#include "kxzefarchiver/export.h"
+
+// Receives every piece of text the library prints on one channel, as a
+// NUL-terminated string. The result matters only for single characters: a
+// handler must return 1 for them, anything else silences the channel (its
+// stream enters the bad state and stays there).
+typedef int (*TextHandler)(const char* text);
+
+// Routes the error channel (catalogue messages, prompts, error codes) to
+// `handler`. Takes effect with the next write; a null handler is not checked.
+// Returns 0.
+KXZEF_EXPORT int set_zefarchiver_error_handler(TextHandler handler);
+
+// Routes the output channel (listing rows, directory-failure codes) to
+// `handler`. Returns 0.
+KXZEF_EXPORT int set_zefarchiver_output_handler(TextHandler handler);
+
+// Creates `path` and every missing directory above it (mode 0775 less the
+// umask; "\" counts as "/"). Returns non-zero on success, including when the
+// directory already exists or the full path names an existing file; 0 on
+// failure or for an empty path.
+KXZEF_EXPORT int zefMakeDir(const char* path);
+
+// Parses a date in the C library's asctime form, "Wed Jun 30 21:49:08 1993\n",
+// as local time. The trailing newline is required: a text shorter than 25
+// characters, or null, yields 0. An unknown month name counts as December of
+// the year before; the weekday is not checked. Returns -1 for a time mktime
+// cannot represent.
+KXZEF_EXPORT time_t DateStringToSeconds(const char* text);
+
+extern "C" {
+
+// Sends both channels to the host application's console function. Returns 1.
+KXZEF_EXPORT int zefUseVexaOutputFcns(void);
+
+// Four dot-separated decimal numbers, such as "1.0.0.0".
+KXZEF_EXPORT extern const char* libkxzefarchiver_version;
+
+// The build date as the C compiler's __DATE__ gives it, such as "Nov  2 2026".
+KXZEF_EXPORT extern const char* libkxzefarchiver_build_date;
+
+}  // extern "C"
+
+#endif

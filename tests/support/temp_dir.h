@@ -1,0 +1,39 @@
+// A fixture that gives every test a fresh temporary directory as its working
+// directory, and removes it afterwards.
+#ifndef KXZEF_TESTS_SUPPORT_TEMP_DIR_H
+#define KXZEF_TESTS_SUPPORT_TEMP_DIR_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace kxzef::testing {
+
+class TempDirTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // The absolute path of `relative` inside the test's directory.
+  std::string path(const std::string& relative = "") const;
+
+  // Writes `content` to `relative` (parents created) and returns its path.
+  std::string writeFile(const std::string& relative, const std::string& content, unsigned mode = 0644) const;
+
+  // The whole content of a file, or "<missing>" when it cannot be read.
+  static std::string readFile(const std::string& file);
+
+ private:
+  std::string directory_;
+  std::string previousWorkingDirectory_;
+};
+
+// Runs `command` through the shell; returns its exit status, or -1.
+int runCommand(const std::string& command);
+
+// True when `program` is on the PATH.
+bool haveProgram(const std::string& program);
+
+}  // namespace kxzef::testing
+
+#endif
