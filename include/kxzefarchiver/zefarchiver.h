@@ -1,12 +1,13 @@
 // The exported entry points of libkxzefarchiver: handler setters, the
-// host-console switch, the directory maker, the date parser and the version
-// globals. Nothing here needs an initialisation call: the two text channels
+// host-console switch, the reader factory and one-call extraction, the
+// directory maker, the date parser and the version globals. Nothing here needs an initialisation call: the two text channels
 // exist from load time and the message catalogue registers itself on first use.
 #ifndef KXZEFARCHIVER_ZEFARCHIVER_H
 #define KXZEFARCHIVER_ZEFARCHIVER_H
 
 #include <ctime>
 
+#include "kxzefarchiver/ZEFArchReader.h"
 #include "kxzefarchiver/export.h"
 
 // Receives every piece of text the library prints on one channel, as a
@@ -23,6 +24,11 @@ KXZEF_EXPORT int set_zefarchiver_error_handler(TextHandler handler);
 // Routes the output channel (listing rows, directory-failure codes) to
 // `handler`. Returns 0.
 KXZEF_EXPORT int set_zefarchiver_output_handler(TextHandler handler);
+
+// A new reader with overwrite and usePaths on, an empty root and no archive
+// open (see kxzefarchiver/ZEFArchReader.h). The caller owns it and deletes it
+// through the interface. Null only when memory is exhausted.
+KXZEF_EXPORT ZEFArchReader* getZipReader();
 
 // Creates `path` and every missing directory above it (mode 0775 less the
 // umask; "\" counts as "/"). Returns non-zero on success, including when the
@@ -41,6 +47,12 @@ extern "C" {
 
 // Sends both channels to the host application's console function. Returns 1.
 KXZEF_EXPORT int zefUseVexaOutputFcns(void);
+
+// Extracts the whole archive `archiveName` (or `archiveName` with ".zef"
+// appended) into the current directory, keeping entry paths and replacing
+// existing files without asking. Returns 1 when every entry was extracted,
+// 0 otherwise; the reasons are reported on the error channel.
+KXZEF_EXPORT int zefExtractZipFile(const char* archiveName);
 
 // Four dot-separated decimal numbers, such as "1.0.0.0".
 KXZEF_EXPORT extern const char* libkxzefarchiver_version;

@@ -1,0 +1,95 @@
+// The reader behind ZEFArchReader: opens one archive with the reading core,
+// lists it and extracts it. It turns the core's statuses into catalogue
+// messages; it never throws and never writes outside its output paths.
+#ifndef KXZEF_EXTRACT_UNZIP_DRIVER_H
+#define KXZEF_EXTRACT_UNZIP_DRIVER_H
+
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "kxzefarchiver/ZEFArchReader.h"
+#include "zip/unzip_archive.h"
+
+namespace kxzef {
+
+// Results of opening, in the core's numbers.
+constexpr int StatusArchiveMissing = StatusBadParameter;     // neither the name nor name + ".zef" exists
+constexpr int StatusArchiveUnreadable = StatusInternalError; // the file is no archive the core can open
+
+// Results of extraction of the driver's own, beside the core's statuses.
+constexpr int StatusOutputFileError = -1000;  // an output file could not be opened
+constexpr int StatusOutputError = -1;         // writing, permissions or a link failed
+
+// Results of extractEntry.
+constexpr int EntryExtracted = 0;
+constexpr int EntryFailed = 1;
+constexpr int EntryNotFound = 2;
+
+constexpr size_t ArchiveNameLimit = 255;  // characters of an archive name that open() uses
+constexpr size_t EntryNameBufferSize = 256;
+constexpr size_t TransferBufferSize = 8192;
+
+class UnzipDriver : public ZEFArchReader {
+ public:
+  UnzipDriver() = default;
+  // Releases the archive state, and with it the file, without closing
+  // through the reading core.
+  ~UnzipDriver() override = default;
+  UnzipDriver(const UnzipDriver&) = delete;
+  UnzipDriver& operator=(const UnzipDriver&) = delete;
+
+  int openDefault(const char* name) override;
+  int openDefaultIn(const char* name, const char* directory) override;
+  int open(const char* name, bool overwrite, bool usePaths) override;
+  int openWithDerivedRoot(const char* name, const char* unused, bool overwrite, bool usePaths) override;
+  int openWithRoot(const char* name, const char* root, bool overwrite, bool usePaths) override;
+  int extractAll(bool closeAfter) override;
+  int extractEntry(const char* entryName, bool closeAfter) override;
+  int listContents(bool closeAfter) override;
+  int close() override;
+  int unzipAll(const char* name) override;
+  int unzipAllTo(const char* name, const char* directory) override;
+  int unzipFiles(const char* name, const std::vector<std::string>& entryNames) override;
+  int listArchive(const char* name) override;
+  bool getOverwrite() const override { return overwrite; }
+  bool getUsePaths() const override { return usePaths; }
+  int setOverwrite(bool value) override;
+  int setUsePaths(bool value) override;
+
+  // Extracts the entry current in the reading core, which stays current.
+  // 0 on success (skipped entries included), else a negative status.
+  int extractCurrentEntry();
+
+  const std::string& getRoot() const { return root; }
+
+ private:
+  // The current entry's header with its name cut to EntryNameBufferSize
+  // bytes and always terminated; reports a failure of the core.
+  using EntryName = std::array<char, EntryNameBufferSize + 1>;
+  int readEntryName(EntryInfo& info, EntryName& name);
+
+  // Steps of extractCurrentEntry, each reporting its own failures.
+  int readLinkEntry(const EntryInfo& info, bool& isLink, std::string& linkTarget);
+  int writeTarget(const std::string& target, size_t fileNameStart, const EntryInfo& info, bool isLink,
+                  const std::string& linkTarget, unsigned char* buffer);
+  int writeRegularFile(const std::string& target, size_t fileNameStart, const EntryInfo& info,
+                       unsigned char* buffer);
+  int copyEntryData(std::FILE* file, unsigned char* buffer);
+
+  int extractAllAndClose();
+
+  // Closes a stale archive state before the same object opens another one.
+  void releaseArchive();
+
+  bool overwrite = true;
+  bool usePaths = true;
+  std::string root;
+  UnzipArchive archive;
+};
+
+}  // namespace kxzef
+
+#endif
