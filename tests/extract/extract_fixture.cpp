@@ -1,0 +1,34 @@
+#include "extract/extract_fixture.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+
+namespace kxzef::testing {
+
+PathStatus statusOf(const std::string& path) {
+  PathStatus result;
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0) return result;
+  result.exists = true;
+  result.isFile = S_ISREG(status.st_mode);
+  result.isDirectory = S_ISDIR(status.st_mode);
+  result.isLink = S_ISLNK(status.st_mode);
+  result.permissions = status.st_mode & 07777;
+  result.modified = static_cast<int64_t>(status.st_mtime);
+  return result;
+}
+
+std::string linkTargetOf(const std::string& path) {
+  char target[4096];
+  const ssize_t length = readlink(path.c_str(), target, sizeof target);
+  return length < 0 ? "<no link>" : std::string(target, static_cast<size_t>(length));
+}
+
+int runPython(const std::string& program) {
+  std::ofstream("make_archive.py", std::ios::trunc) << program;
+  return runCommand("python3 make_archive.py");
+}
+
+}  // namespace kxzef::testing
