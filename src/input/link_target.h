@@ -38,7 +38,8 @@ std::string findInputRoot(const std::string& absoluteSource, const std::string& 
 // meaningless. `readContext` is the creation run's copy of the entry record;
 // readers take no context, so it is accepted for the caller's convenience and
 // not used. The buffer holds a NUL-terminated text afterwards, also on
-// failure, for the caller's own report.
+// failure, for the caller's own report. A null or zero-sized buffer yields -1
+// at once, with nothing read and nothing reported.
 int32_t computeLinkTarget(const ZEFEntryRecord& readContext, const std::string& inputRoot,
                           const std::string& sourceName, const std::string& archiveName, ZEFFileReader& reader,
                           char* buffer, size_t bufferSize, std::string& linkText, std::string& targetPath,

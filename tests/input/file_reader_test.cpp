@@ -69,14 +69,6 @@ TEST_F(PlainFileReader, WholeFileLoadLeavesTheReadPositionAlone) {
   EXPECT_EQ(std::string(buffer, 3), "678");
 }
 
-TEST_F(PlainFileReader, WholeFileLoadOfAnExhaustedStreamIsEmpty) {
-  ZEFFileReaderWithoutTransform reader(&open("f", "xy"));
-  char buffer[8];
-  ASSERT_EQ(reader.read(buffer, 8), 2);
-  EXPECT_EQ(reader.getContent()->size, 0u);  // the stream is at its end, not good
-  EXPECT_EQ(reader.getStatus(), ReaderOk);
-}
-
 TEST_F(PlainFileReader, StreamProblemsAreReportedNotFollowed) {
   char buffer[8];
   ZEFFileReaderWithoutTransform none(nullptr);
@@ -97,15 +89,6 @@ TEST_F(PlainFileReader, StreamProblemsAreReportedNotFollowed) {
   ZEFFileReaderWithoutTransform failed(&stream);
   EXPECT_EQ(failed.checkInput(), ReaderStreamError);
   EXPECT_FALSE(failed.hasMore());
-}
-
-TEST_F(PlainFileReader, ReadFreshClearsAnEarlierStatus) {
-  ZEFFileReaderWithoutTransform reader(&open("empty", ""));
-  char buffer[1];
-  EXPECT_EQ(reader.read(buffer, 1), -1);
-  EXPECT_EQ(reader.getStatus(), ReaderEmptyInput);
-  EXPECT_EQ(reader.readFresh(buffer, 0), 0);  // asks for nothing, so nothing is refused
-  EXPECT_EQ(reader.getStatus(), ReaderOk);
 }
 
 }  // namespace
