@@ -1,11 +1,12 @@
 // The exported entry points of libkxzefarchiver: handler setters, the
-// host-console switch, the directory maker, the date parser and the version
-// globals. Nothing here needs an initialisation call: the two text channels
+// host-console switch, the directory maker, the path canonicaliser, the date
+// parser and the version globals. Nothing here needs an initialisation call: the two text channels
 // exist from load time and the message catalogue registers itself on first use.
 #ifndef KXZEFARCHIVER_ZEFARCHIVER_H
 #define KXZEFARCHIVER_ZEFARCHIVER_H
 
 #include <ctime>
+#include <string>
 
 #include "kxzefarchiver/export.h"
 
@@ -29,6 +30,20 @@ KXZEF_EXPORT int set_zefarchiver_output_handler(TextHandler handler);
 // directory already exists or the full path names an existing file; 0 on
 // failure or for an empty path.
 KXZEF_EXPORT int zefMakeDir(const char* path);
+
+// Rewrites `path` textually ("/" is the only separator; nothing but the
+// working directory is looked up, links are not resolved):
+//  - a component that is exactly "." discards everything before it and
+//    restarts the path at the current working directory ("a/./b" becomes
+//    "<cwd>/b"); a path without such a component stays relative;
+//  - a component that is exactly ".." removes the component before it, and
+//    is dropped when there is none ("a/../../b" becomes "b", "/../x" "/x");
+//  - repeated "/" are kept as empty components ("a//../b" becomes "a/b");
+//  - the last component is kept as it stands, even "." or ".." ("a/b/..").
+// A path beginning with ".." (including "..x") is refused: the message
+// "Cannot canonicalize ..." goes to the error channel and "" is returned.
+// When the working directory cannot be read it counts as "".
+KXZEF_EXPORT std::string zefMakePathCanonical(std::string path);
 
 // Parses a date in the C library's asctime form, "Wed Jun 30 21:49:08 1993\n",
 // as local time. The trailing newline is required: a text shorter than 25
