@@ -54,6 +54,17 @@ KXZEF_EXPORT time_t DateStringToSeconds(const char* text);
 
 extern "C" {
 
+// Creates the archive `archiveName` from `count` inputs: `sources[i]` is
+// stored under the name `destinations[i]` (an empty text keeps the source
+// path). Inputs are added in source-path order; a source given twice keeps
+// its last destination. Symbolic links are stored as links, and the files
+// they point to are added too. An existing archive is replaced; ".zef" is
+// appended to a name holding no ".". Returns true on success; on failure the
+// reasons are on the error channel and the file called exactly `archiveName`
+// is removed. No array may hold null pointers.
+KXZEF_EXPORT bool zefCreateZipFile(const char* archiveName, const char** sources, const char** destinations,
+                                   int count);
+
 // Sends both channels to the host application's console function. Returns 1.
 KXZEF_EXPORT int zefUseVexaOutputFcns(void);
 
