@@ -1,11 +1,13 @@
 // The exported entry points of libkxzefarchiver: handler setters, the
 // host-console switch, the reader factory and one-call extraction, the
-// directory maker, the date parser and the version globals. Nothing here needs an initialisation call: the two text channels
+// directory maker, the path canonicaliser, the date parser and the version
+// globals. Nothing here needs an initialisation call: the two text channels
 // exist from load time and the message catalogue registers itself on first use.
 #ifndef KXZEFARCHIVER_ZEFARCHIVER_H
 #define KXZEFARCHIVER_ZEFARCHIVER_H
 
 #include <ctime>
+#include <string>
 
 #include "kxzefarchiver/ZEFArchReader.h"
 #include "kxzefarchiver/export.h"
@@ -36,6 +38,20 @@ KXZEF_EXPORT ZEFArchReader* getZipReader();
 // failure or for an empty path.
 KXZEF_EXPORT int zefMakeDir(const char* path);
 
+// Rewrites `path` textually ("/" is the only separator; nothing but the
+// working directory is looked up, links are not resolved):
+//  - a component that is exactly "." discards everything before it and
+//    restarts the path at the current working directory ("a/./b" becomes
+//    "<cwd>/b"); a path without such a component stays relative;
+//  - a component that is exactly ".." removes the component before it, and
+//    is dropped when there is none ("a/../../b" becomes "b", "/../x" "/x");
+//  - repeated "/" are kept as empty components ("a//../b" becomes "a/b");
+//  - the last component is kept as it stands, even "." or ".." ("a/b/..").
+// A path beginning with ".." (including "..x") is refused: the message
+// "Cannot canonicalize ..." goes to the error channel and "" is returned.
+// When the working directory cannot be read it counts as "".
+KXZEF_EXPORT std::string zefMakePathCanonical(std::string path);
+
 // Parses a date in the C library's asctime form, "Wed Jun 30 21:49:08 1993\n",
 // as local time. The trailing newline is required: a text shorter than 25
 // characters, or null, yields 0. An unknown month name counts as December of
@@ -44,6 +60,17 @@ KXZEF_EXPORT int zefMakeDir(const char* path);
 KXZEF_EXPORT time_t DateStringToSeconds(const char* text);
 
 extern "C" {
+
+// Creates the archive `archiveName` from `count` inputs: `sources[i]` is
+// stored under the name `destinations[i]` (an empty text keeps the source
+// path). Inputs are added in source-path order; a source given twice keeps
+// its last destination. Symbolic links are stored as links, and the files
+// they point to are added too. An existing archive is replaced; ".zef" is
+// appended to a name holding no ".". Returns true on success; on failure the
+// reasons are on the error channel and the file called exactly `archiveName`
+// is removed. No array may hold null pointers.
+KXZEF_EXPORT bool zefCreateZipFile(const char* archiveName, const char** sources, const char** destinations,
+                                   int count);
 
 // Sends both channels to the host application's console function. Returns 1.
 KXZEF_EXPORT int zefUseVexaOutputFcns(void);

@@ -46,7 +46,9 @@ void printListingRow(const EntryInfo& info, const char* name) {
   const std::ios_base::fmtflags savedFlags = out.flags();
   const std::streamsize savedPrecision = out.precision();
   const char savedFill = out.fill(' ');
-  out.setf(std::ios_base::right, std::ios_base::adjustfield);
+  // Whatever another writer left set (a base, showbase, left alignment), the
+  // row is printed in decimal, right-aligned, and only the CRC in hexadecimal.
+  out.flags(std::ios_base::dec | std::ios_base::right);
   out << std::setw(SizeWidth) << info.uncompressedSize << "  " << std::setw(MethodWidth) << methodLabel(info)
       << " " << std::setw(SizeWidth) << info.compressedSize << " " << std::setw(RatioWidth) << ratio(info)
       << "%%" << "  ";

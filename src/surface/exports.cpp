@@ -1,6 +1,8 @@
-// The thin exported entry points: handler setters, the host-console switch
-// and the directory maker. Each forwards to the layer that does the work.
+// The thin exported entry points: handler setters, the host-console switch,
+// the directory maker and the path canonicaliser. Each forwards to the layer
+// that does the work.
 #include "host/host.h"
+#include "input/path_canonical.h"
 #include "kxzefarchiver/zefarchiver.h"
 #include "surface/channels.h"
 #include "zip/file_system.h"
@@ -28,3 +30,5 @@ int zefUseVexaOutputFcns(void) {
 }
 
 int zefMakeDir(const char* path) { return kxzef::makeDirPath(path); }
+
+std::string zefMakePathCanonical(std::string path) { return kxzef::makePathCanonical(path); }

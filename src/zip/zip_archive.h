@@ -87,7 +87,10 @@ bool openForWriting(ZipArchive& archive, const char* path, int append, ZipFileIO
 
 // Starts an entry; closes one still open first. With a source path, a
 // symbolic link's target (`linkTarget` when not empty, else read from the
-// source path) goes into a Unix extra block in both headers. Method 0 or 8.
+// source path) goes into a Unix extra block in both headers. Method 0 or 8;
+// a raw entry's bytes are written as given. StatusBadParameter also when a
+// name, comment or extra field is longer than its 16-bit length field or the
+// archive has passed 4 GiB.
 int openNewEntry(ZipArchive& archive, const char* name, const ZipEntryInfo* info,
                  const void* localExtra, uint32_t localExtraLength, const void* globalExtra,
                  uint32_t globalExtraLength, const char* comment, int method, int level,
@@ -96,7 +99,8 @@ int openNewEntry(ZipArchive& archive, const char* name, const ZipEntryInfo* info
 int writeEntryData(ZipArchive& archive, const void* bytes, uint32_t length);
 
 // Finishes the entry and patches its local header; `uncompressedSize` and
-// `crc` are used only for raw entries.
+// `crc` are used only for raw entries. An entry of 4 GiB or more is refused
+// with StatusBadParameter and left out of the central directory.
 int closeEntry(ZipArchive& archive, uint64_t uncompressedSize, uint64_t crc);
 
 // Writes the central directory and the end record and closes the file.

@@ -28,6 +28,12 @@ PathStatus statusOf(const std::string& path);
 // The text of the link at `path`, or "<no link>".
 std::string linkTargetOf(const std::string& path);
 
+// The DOS date/time word of a local time (month 1-12).
+uint32_t dosDate(int year, int month, int day, int hour, int minute, int second);
+
+// The seconds since the epoch of a local time (month 1-12), as mktime gives them.
+int64_t localSeconds(int year, int month, int day, int hour, int minute, int second);
+
 // Runs `program` with python3 from a script file in the current directory;
 // returns its exit status.
 int runPython(const std::string& program);

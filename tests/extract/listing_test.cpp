@@ -9,14 +9,15 @@
 
 #include "extract/extract_fixture.h"
 #include "extract/unzip_driver.h"
-#include "support/archive_bytes.h"
+#include "support/zip_records.h"
 #include "surface/channels.h"
 
 namespace kxzef {
 namespace {
 
 using testing::buildArchive;
-using testing::FixtureEntry;
+using testing::HandEntry;
+using testing::storedEntry;
 using testing::statusOf;
 
 const std::string Heading =
@@ -47,8 +48,8 @@ std::string comparableFields(const std::string& line) {
 class Listing : public testing::ExtractTest {
  protected:
   // Opens `entries` written as "app.zef"; the reader lists from the first entry.
-  std::unique_ptr<ZEFArchReader> openArchive(const std::vector<FixtureEntry>& entries, const std::string& prefix = "") {
-    writeFile("app.zef", buildArchive(entries, prefix));
+  std::unique_ptr<ZEFArchReader> openArchive(const std::vector<HandEntry>& entries, const std::string& stub = "") {
+    writeFile("app.zef", stub + buildArchive(entries));
     auto reader = newReader();
     EXPECT_EQ(reader->openWithRoot("app.zef", "", true, true), 0);
     return reader;
@@ -56,7 +57,7 @@ class Listing : public testing::ExtractTest {
 };
 
 TEST_F(Listing, RowHasTheFixedWidthsAndTheDoubledPercentSign) {
-  FixtureEntry entry{"dir/ten.txt", "0123456789"};
+  HandEntry entry = storedEntry("dir/ten.txt", "0123456789");
   entry.crc = 0xabcd;
   entry.dosDate = testing::dosDate(2008, 3, 5, 9, 7, 0);
   EXPECT_EQ(openArchive({entry})->listContents(true), 0);
@@ -75,19 +76,21 @@ TEST_F(Listing, MethodLabelAndRatioFollowTheHeader) {
       {MethodStored, 6, "Stored"},  {MethodDeflated, 0, "Defl:N"}, {MethodDeflated, 2, "Defl:X"},
       {MethodDeflated, 4, "Defl:F"}, {MethodDeflated, 6, "Defl:F"}, {12, 0, "Unkn. "},
   };
-  std::vector<FixtureEntry> entries;
+  std::vector<HandEntry> entries;
   std::string expected;
   for (const Case& c : cases) {
-    FixtureEntry entry{std::string("m") + c.label, std::string(200, 'a')};
+    HandEntry entry = storedEntry(std::string("m") + c.label, std::string(200, 'a'));
     entry.method = c.method;
     entry.flags = c.flags;
-    entry.storedBytes = std::string(50, 'z');  // never read by the listing
+    entry.data = std::string(50, 'z');  // never read by the listing
+    entry.compressedSize = 50;
+    entry.uncompressedSize = 200;
     entry.crc = 0x0000ff01;
     entry.dosDate = testing::dosDate(1999, 12, 31, 23, 58, 0);
     entries.push_back(entry);
     expected += row(200, c.label, 50, 25, "12-31-99  23:58", "ff01", entry.name);
   }
-  FixtureEntry empty{"empty", ""};
+  HandEntry empty = storedEntry("empty", "");
   empty.dosDate = testing::dosDate(2010, 1, 2, 0, 0, 0);
   entries.push_back(empty);
   expected += row(0, "Stored", 0, 0, "1-2-10  0:0", "0", "empty");
@@ -146,7 +149,7 @@ TEST_F(Listing, ListingWithoutAnArchiveReportsAndPrintsTheHeading) {
 }
 
 TEST_F(Listing, BadCentralHeaderEndsTheListingEarly) {
-  std::string bytes = buildArchive({{"one", "1"}, {"two", "2"}});
+  std::string bytes = buildArchive({storedEntry("one", "1"), storedEntry("two", "2")});
   bytes[bytes.rfind("PK\1\2") + 3] = 9;  // the second central header's signature
   writeFile("app.zef", bytes);
   auto reader = newReader();
@@ -157,12 +160,12 @@ TEST_F(Listing, BadCentralHeaderEndsTheListingEarly) {
 }
 
 TEST_F(Listing, SecondListingStartsAtTheLastEntry) {
-  auto reader = openArchive({{"a", "1"}, {"b", "2"}, {"c", "3"}});
+  auto reader = openArchive({storedEntry("a", "1"), storedEntry("b", "2"), storedEntry("c", "3")});
   ASSERT_EQ(reader->listContents(false), 0);
   capture.clear();
   EXPECT_EQ(reader->listContents(false), 0);
   const std::string output = capture.output();
-  EXPECT_EQ(output.substr(output.size() - 3), "  c\n");
+  EXPECT_EQ(output.substr(output.size() - 4), "  c\n");
   EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 1);
   EXPECT_EQ(capture.error(), Heading + "Error\n " + std::to_string(StatusEndOfList) + "with zipfile in GoToNextFile\n");
 }
@@ -172,8 +175,8 @@ TEST_F(Listing, ChannelFormatStateIsPutBack) {
   out.flags(std::ios_base::oct | std::ios_base::showbase | std::ios_base::left);
   out.precision(3);
   out.fill('*');
-  EXPECT_EQ(openArchive({{"a", "12345678"}})->listContents(true), 0);
-  EXPECT_EQ(capture.output(), row(8, "Stored", 8, 100, "3-5-8  4:36", "9ae0daaf", "a"));
+  EXPECT_EQ(openArchive({storedEntry("a", "12345678")})->listContents(true), 0);
+  EXPECT_EQ(capture.output(), row(8, "Stored", 8, 100, "3-5-8  9:18", "9ae0daaf", "a"));
   EXPECT_EQ(out.flags(), std::ios_base::oct | std::ios_base::showbase | std::ios_base::left);
   EXPECT_EQ(out.precision(), 3);
   EXPECT_EQ(out.fill(), '*');
@@ -183,9 +186,9 @@ TEST_F(Listing, ChannelFormatStateIsPutBack) {
 }
 
 TEST_F(Listing, ExtractEntryFindsNamesWithoutRegardToCase) {
-  FixtureEntry bad{"bad.txt", "payload"};
+  HandEntry bad = storedEntry("bad.txt", "payload");
   bad.crc = 1;
-  auto reader = openArchive({{"Readme.TXT", "read me"}, bad});
+  auto reader = openArchive({storedEntry("Readme.TXT", "read me"), bad});
   EXPECT_EQ(reader->extractEntry("README.txt", false), EntryExtracted);
   EXPECT_EQ(readFile("Readme.TXT"), "read me");
   EXPECT_EQ(reader->extractEntry("absent.txt", true), EntryNotFound);

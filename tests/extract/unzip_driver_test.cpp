@@ -8,21 +8,22 @@
 #include <vector>
 
 #include "extract/extract_fixture.h"
-#include "support/archive_bytes.h"
+#include "support/zip_records.h"
 #include "support/standard_input.h"
 
 namespace kxzef {
 namespace {
 
 using testing::buildArchive;
-using testing::FixtureEntry;
+using testing::HandEntry;
+using testing::storedEntry;
 using testing::statusOf;
 
 class Opening : public testing::ExtractTest {
  protected:
   // A small archive of one file "hello.txt" and one "sub/deep.txt".
   static std::string smallArchive() {
-    return buildArchive({{"hello.txt", "hello\n"}, {"sub/deep.txt", "deep\n"}});
+    return buildArchive({storedEntry("hello.txt", "hello\n"), storedEntry("sub/deep.txt", "deep\n")});
   }
 };
 using Combinations = Opening;
@@ -135,8 +136,8 @@ TEST_F(Opening, OpenDefaultPassesTheCurrentFlags) {
 }
 
 TEST_F(Opening, ReopeningTheSameReaderReplacesTheArchive) {
-  writeFile("one.zef", buildArchive({{"one.txt", "1"}}));
-  writeFile("two.zef", buildArchive({{"two.txt", "2"}}));
+  writeFile("one.zef", buildArchive({storedEntry("one.txt", "1")}));
+  writeFile("two.zef", buildArchive({storedEntry("two.txt", "2")}));
   writeFile("bad.zef", "not an archive at all, but long enough to be searched");
   auto reader = newReader();
   ASSERT_EQ(reader->openWithRoot("one.zef", "", true, true), 0);
@@ -168,16 +169,16 @@ TEST_F(Combinations, UnzipAllToTakesTheDirectoryWithOrWithoutSlash) {
 }
 
 TEST_F(Combinations, UnzipAllReturnsTheFirstExtractionFailure) {
-  FixtureEntry bad{"bad.txt", "payload"};
+  HandEntry bad = storedEntry("bad.txt", "payload");
   bad.crc = 0x12345678;
-  writeFile("app.zef", buildArchive({bad, {"after.txt", "x"}}));
+  writeFile("app.zef", buildArchive({bad, storedEntry("after.txt", "x")}));
   EXPECT_EQ(newReader()->unzipAll("app"), StatusCrcError);
   EXPECT_EQ(readFile("app_qrt/bad.txt"), "payload");
   EXPECT_FALSE(statusOf("app_qrt/after.txt").exists);
 }
 
 TEST_F(Combinations, UnzipFilesStopsAtTheFirstNameThatFails) {
-  writeFile("app.zef", buildArchive({{"a.txt", "a"}, {"b.txt", "b"}, {"c.txt", "c"}}));
+  writeFile("app.zef", buildArchive({storedEntry("a.txt", "a"), storedEntry("b.txt", "b"), storedEntry("c.txt", "c")}));
   auto reader = newReader();
   EXPECT_EQ(reader->unzipFiles("app", {"C.TXT", "a.txt"}), 0);
   EXPECT_EQ(readFile("app_qrt/c.txt"), "c");

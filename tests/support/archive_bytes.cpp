@@ -2,128 +2,90 @@
 
 #include <zlib.h>
 
-#include <ctime>
-
 namespace kxzef::testing {
 
 namespace {
 
-void put16(std::string& out, uint32_t value) {
-  out += static_cast<char>(value & 0xFF);
-  out += static_cast<char>((value >> 8) & 0xFF);
+uint32_t little(const std::string& bytes, size_t offset, int count) {
+  uint32_t value = 0;
+  for (int i = count - 1; i >= 0; --i) value = value << 8 | static_cast<unsigned char>(bytes[offset + i]);
+  return value;
 }
 
-void put32(std::string& out, uint32_t value) {
-  put16(out, value & 0xFFFF);
-  put16(out, value >> 16);
-}
-
-uint32_t crcOf(const FixtureEntry& entry) {
-  if (entry.crc) return *entry.crc;
-  return static_cast<uint32_t>(
-      crc32(0, reinterpret_cast<const Bytef*>(entry.data.data()), static_cast<uInt>(entry.data.size())));
-}
-
-const std::string& storedBytes(const FixtureEntry& entry) {
-  return entry.storedBytes ? *entry.storedBytes : entry.data;
-}
-
-// The fields that local and central headers share, from "version needed"
-// to the name length.
-void putSharedFields(std::string& out, const FixtureEntry& entry) {
-  put16(out, 20);                                                  // version needed
-  put16(out, entry.flags);                                         // flags
-  put16(out, entry.method);                                        // method
-  put32(out, entry.dosDate);                                       // DOS date/time
-  put32(out, crcOf(entry));                                        // CRC-32
-  put32(out, static_cast<uint32_t>(storedBytes(entry).size()));    // compressed size
-  put32(out, static_cast<uint32_t>(entry.data.size()));            // uncompressed size
-  put16(out, static_cast<uint32_t>(entry.name.size()));            // name length
-}
-
-std::string localHeader(const FixtureEntry& entry) {
-  std::string out;
-  put32(out, 0x04034B50);                                          // signature
-  putSharedFields(out, entry);
-  put16(out, 0);                                                   // extra length
-  return out + entry.name;
-}
-
-std::string centralHeader(const FixtureEntry& entry, uint32_t localOffset) {
-  std::string out;
-  put32(out, 0x02014B50);                                          // signature
-  put16(out, entry.versionMadeBy);                                 // version made by
-  putSharedFields(out, entry);
-  put16(out, static_cast<uint32_t>(entry.centralExtra.size()));    // extra length
-  put16(out, 0);                                                   // comment length
-  put16(out, 0);                                                   // disk number start
-  put16(out, 0);                                                   // internal attributes
-  put32(out, entry.externalAttributes);                            // external attributes
-  put32(out, localOffset);                                         // local header offset
-  return out + entry.name + entry.centralExtra;
+bool parseLocal(const std::string& bytes, CentralEntry& entry) {
+  const size_t at = entry.localHeaderOffset;
+  if (at + 30 > bytes.size() || little(bytes, at, 4) != 0x04034B50) return false;
+  const uint32_t nameLength = little(bytes, at + 26, 2);
+  const uint32_t extraLength = little(bytes, at + 28, 2);
+  const size_t data = at + 30 + nameLength + extraLength;
+  if (data + entry.compressedSize > bytes.size()) return false;
+  entry.localExtra = bytes.substr(at + 30 + nameLength, extraLength);
+  entry.storedData = bytes.substr(data, entry.compressedSize);
+  // The patched local header must agree with the central one.
+  return little(bytes, at + 14, 4) == entry.crc && little(bytes, at + 18, 4) == entry.compressedSize &&
+         little(bytes, at + 22, 4) == entry.uncompressedSize && little(bytes, at + 6, 2) == entry.flags &&
+         little(bytes, at + 8, 2) == entry.method;
 }
 
 }  // namespace
 
-std::string buildArchive(const std::vector<FixtureEntry>& entries, const std::string& prefix,
-                         std::optional<uint16_t> claimedEntries) {
-  std::string body;
-  std::string central;
-  for (const FixtureEntry& entry : entries) {
-    central += centralHeader(entry, static_cast<uint32_t>(body.size()));
-    body += localHeader(entry) + storedBytes(entry);
+ArchiveBytes parseArchive(const std::string& bytes) {
+  ArchiveBytes archive;
+  if (bytes.size() < 22) return archive;
+  const size_t end = bytes.rfind(std::string("PK\x05\x06", 4));
+  if (end == std::string::npos || end + 22 > bytes.size()) return archive;
+  archive.entriesOnDisk = little(bytes, end + 8, 2);
+  archive.entriesTotal = little(bytes, end + 10, 2);
+  size_t at = little(bytes, end + 16, 4);
+  while (at + 46 <= end && little(bytes, at, 4) == 0x02014B50) {
+    CentralEntry entry;
+    entry.versionMadeBy = little(bytes, at + 4, 2);
+    entry.versionNeeded = little(bytes, at + 6, 2);
+    entry.flags = little(bytes, at + 8, 2);
+    entry.method = little(bytes, at + 10, 2);
+    entry.dosDate = little(bytes, at + 12, 4);
+    entry.crc = little(bytes, at + 16, 4);
+    entry.compressedSize = little(bytes, at + 20, 4);
+    entry.uncompressedSize = little(bytes, at + 24, 4);
+    const uint32_t nameLength = little(bytes, at + 28, 2);
+    const uint32_t extraLength = little(bytes, at + 30, 2);
+    const uint32_t commentLength = little(bytes, at + 32, 2);
+    entry.internalAttributes = little(bytes, at + 36, 2);
+    entry.externalAttributes = little(bytes, at + 38, 4);
+    entry.localHeaderOffset = little(bytes, at + 42, 4);
+    entry.name = bytes.substr(at + 46, nameLength);
+    entry.extra = bytes.substr(at + 46 + nameLength, extraLength);
+    if (!parseLocal(bytes, entry)) return archive;
+    archive.entries.push_back(entry);
+    at += 46 + nameLength + extraLength + commentLength;
   }
-  const uint16_t count = claimedEntries.value_or(static_cast<uint16_t>(entries.size()));
-  std::string end;
-  put32(end, 0x06054B50);                                 // signature
-  put16(end, 0);                                          // this disk
-  put16(end, 0);                                          // disk of the central directory
-  put16(end, count);                                      // entries on this disk
-  put16(end, count);                                      // entries in total
-  put32(end, static_cast<uint32_t>(central.size()));      // central directory size
-  put32(end, static_cast<uint32_t>(body.size()));         // central directory offset
-  put16(end, 0);                                          // comment length
-  return prefix + body + central + end;
+  archive.valid = at == end;
+  return archive;
 }
 
-std::string unixLinkExtra(const std::string& target) {
-  std::string out;
-  put16(out, 0x000D);                                          // tag: Unix
-  put16(out, static_cast<uint32_t>(target.size() + 16));       // size, counting this 4-byte header
-  out += std::string(12, '\0');                                // access time, modification time, uid, gid
-  return out + target;
-}
-
-std::string rawDeflate(const std::string& data) {
+std::string entryContent(const CentralEntry& entry) {
+  if (entry.method == 0) return entry.storedData;
+  std::string out(entry.uncompressedSize, '\0');
   z_stream stream{};
-  deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
-  std::string out(deflateBound(&stream, static_cast<uLong>(data.size())), '\0');
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(data.data()));
-  stream.avail_in = static_cast<uInt>(data.size());
+  if (inflateInit2(&stream, -MAX_WBITS) != Z_OK) return "<inflate failed>";
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(entry.storedData.data()));
+  stream.avail_in = static_cast<uInt>(entry.storedData.size());
   stream.next_out = reinterpret_cast<Bytef*>(out.data());
   stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(stream.total_out);
-  deflateEnd(&stream);
-  return out;
+  const int status = inflate(&stream, Z_FINISH);
+  inflateEnd(&stream);
+  return status == Z_STREAM_END || (status == Z_BUF_ERROR && out.empty()) ? out : "<inflate failed>";
 }
 
-uint32_t dosDate(int year, int month, int day, int hour, int minute, int second) {
-  const uint32_t date = static_cast<uint32_t>(day | month << 5 | (year - 1980) << 9);
-  const uint32_t time = static_cast<uint32_t>(second / 2 | minute << 5 | hour << 11);
-  return date << 16 | time;
-}
-
-int64_t localSeconds(int year, int month, int day, int hour, int minute, int second) {
-  std::tm local{};
-  local.tm_year = year - 1900;
-  local.tm_mon = month - 1;
-  local.tm_mday = day;
-  local.tm_hour = hour;
-  local.tm_min = minute;
-  local.tm_sec = second;
-  local.tm_isdst = -1;
-  return static_cast<int64_t>(std::mktime(&local));
+std::string linkBlock(const std::string& target) {
+  const size_t length = target.size() + 16;
+  std::string block;
+  block += '\x0D';
+  block += '\0';
+  block += static_cast<char>(length & 0xFF);
+  block += static_cast<char>(length >> 8);
+  block += std::string(12, '\0');
+  return block + target;
 }
 
 }  // namespace kxzef::testing

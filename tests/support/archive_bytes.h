@@ -1,52 +1,47 @@
-// Builds ZIP archives byte by byte for tests, so that a test controls every
-// field the reading side sees, including wrong ones. Independent of the
-// library's writing core on purpose.
+// A deliberately small ZIP parser for tests, independent of the library's
+// reading core, so that archive bytes can be checked field by field.
 #ifndef KXZEF_TESTS_SUPPORT_ARCHIVE_BYTES_H
 #define KXZEF_TESTS_SUPPORT_ARCHIVE_BYTES_H
 
 #include <cstdint>
-#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace kxzef::testing {
 
-struct FixtureEntry {
-  FixtureEntry(std::string entryName, std::string entryData)
-      : name(std::move(entryName)), data(std::move(entryData)) {}
-
+struct CentralEntry {
+  uint32_t versionMadeBy = 0;
+  uint32_t versionNeeded = 0;
+  uint32_t flags = 0;
+  uint32_t method = 0;
+  uint32_t dosDate = 0;
+  uint32_t crc = 0;
+  uint32_t compressedSize = 0;
+  uint32_t uncompressedSize = 0;
+  uint32_t internalAttributes = 0;
+  uint32_t externalAttributes = 0;
+  uint32_t localHeaderOffset = 0;
   std::string name;
-  std::string data;                           // the uncompressed bytes; their CRC goes in the headers
-  std::optional<std::string> storedBytes;     // the bytes written as data when they differ from `data`
-  uint16_t method = 0;                        // 0 stored, 8 deflated
-  uint16_t flags = 0;
-  uint32_t dosDate = 0x38652489;              // 2008-03-05 04:36:18
-  std::optional<uint32_t> crc;                // replaces the CRC of `data` in both headers
-  uint16_t versionMadeBy = 0x031E;            // Unix, 3.0
-  uint32_t externalAttributes = 0100644u << 16;
-  std::string centralExtra;                   // the local header gets none
+  std::string extra;        // central extra field
+  std::string localExtra;   // the local header's extra field
+  std::string storedData;   // the entry's bytes as stored (compressed or not)
 };
 
-// The archive: every entry's local header and data, the central directory,
-// then the end record; `prefix` goes in front of it all (a stub), and
-// `claimedEntries` replaces the entry count of the end record when given.
-std::string buildArchive(const std::vector<FixtureEntry>& entries, const std::string& prefix = "",
-                         std::optional<uint16_t> claimedEntries = std::nullopt);
+struct ArchiveBytes {
+  bool valid = false;  // end record and every header found where the records say
+  uint32_t entriesOnDisk = 0;
+  uint32_t entriesTotal = 0;
+  std::vector<CentralEntry> entries;
+};
 
-// A Unix extra block (tag 13) that marks a link to `target`: its size field
-// counts the 4-byte block header too (target length + 16), then 12 bytes of
-// times and ids (zero), then the target without a terminator.
-std::string unixLinkExtra(const std::string& target);
+ArchiveBytes parseArchive(const std::string& bytes);
 
-// `data` as a raw deflate stream (no zlib header), as ZIP entries hold it.
-std::string rawDeflate(const std::string& data);
+// The entry's content: stored data as it is, deflated data inflated.
+std::string entryContent(const CentralEntry& entry);
 
-// The DOS date/time word of a local time (month 1-12).
-uint32_t dosDate(int year, int month, int day, int hour, int minute, int second);
-
-// The seconds since the epoch of a local time (month 1-12), as mktime gives them.
-int64_t localSeconds(int year, int month, int day, int hour, int minute, int second);
+// The Unix link block this library writes: tag 13, a length that counts its
+// own header (target length + 16), 12 zero bytes, the target.
+std::string linkBlock(const std::string& target);
 
 }  // namespace kxzef::testing
 

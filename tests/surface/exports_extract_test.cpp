@@ -5,7 +5,7 @@
 #include <string>
 
 #include "kxzefarchiver/zefarchiver.h"
-#include "support/archive_bytes.h"
+#include "support/zip_records.h"
 #include "support/channel_capture.h"
 #include "support/standard_input.h"
 #include "support/temp_dir.h"
@@ -36,7 +36,7 @@ TEST_F(ExtractExport, MissingArchiveGivesZeroAndOneMessage) {
 }
 
 TEST_F(ExtractExport, ExtractsIntoTheCurrentDirectoryWithoutAsking) {
-  writeFile("app.zef", buildArchive({{"top.txt", "new"}, {"dir/", ""}, {"dir/inner.txt", "inner"}}));
+  writeFile("app.zef", buildArchive({testing::storedEntry("top.txt", "new"), testing::storedEntry("dir/", ""), testing::storedEntry("dir/inner.txt", "inner")}));
   writeFile("top.txt", "old");
   ASSERT_TRUE(testing::feedStandardInput("n\n"));  // would refuse, were it asked
   ChannelCapture capture;
@@ -47,7 +47,7 @@ TEST_F(ExtractExport, ExtractsIntoTheCurrentDirectoryWithoutAsking) {
 }
 
 TEST_F(ExtractExport, AnyFailureGivesZero) {
-  testing::FixtureEntry bad{"bad.txt", "payload"};
+  testing::HandEntry bad = testing::storedEntry("bad.txt", "payload");
   bad.crc = 7;
   writeFile("bad.zef", buildArchive({bad}));
   writeFile("junk.zef", std::string(100, 'j'));

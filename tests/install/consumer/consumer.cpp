@@ -1,8 +1,13 @@
 // A host that knows the library only through its installed headers.
+#include <kxzefarchiver/ZEFEntryMap.h>
+#include <kxzefarchiver/ZEFFileReader.h>
+#include <kxzefarchiver/ZEFTransform.h>
 #include <kxzefarchiver/zefarchiver.h>
 
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -12,9 +17,35 @@ int countingHandler(const char* text) {
   return static_cast<int>(std::strlen(text));
 }
 
+// A host's own transform: copies its input unchanged.
+class Copy : public ZEFTransform {
+ public:
+  Copy() : ZEFTransform(false, false, "") {}
+  bool apply(const ZEFByteArray& input, ZEFByteArray& output, ZEFResultHolder*) override {
+    if (!output.allocate(input.size)) return false;
+    std::memcpy(output.data, input.data, input.size);
+    return true;
+  }
+};
+
+// The input map and transform chain a host builds before creating an archive.
+bool buildInputs() {
+  ZEFEntryMap inputs;
+  inputs["bin/run"] = ZEFEntryRecord(ZEFEntryKindFile, "note", true, "app/bin/run");
+  const ZEFEntryMap copy = inputs;
+  std::vector<std::string> extensions{".txt"};
+  Copy transform;
+  TransformRule rule;
+  rule.extensions = &extensions;
+  rule.transform = &transform;
+  return copy.at("bin/run").text != inputs.at("bin/run").text && rule.next == nullptr;
+}
+
 }  // namespace
 
 int main() {
+  if (!buildInputs()) return 1;
+  if (zefMakePathCanonical("a/b/../c") != "a/c") return 1;
   if (set_zefarchiver_error_handler(countingHandler) != 0) return 1;
   if (set_zefarchiver_output_handler(countingHandler) != 0) return 1;
   if (zefMakeDir("") != 0) return 1;

@@ -1,0 +1,24 @@
+// zefCreateZipFile: the one-call creation export. It prints nothing itself;
+// the writer reports every refusal.
+#include <memory>
+#include <new>
+
+#include "create/creation_run.h"
+#include "kxzefarchiver/ZEFArchWriter.h"
+#include "kxzefarchiver/zefarchiver.h"
+
+bool zefCreateZipFile(const char* archiveName, const char** sources, const char** destinations, int count) {
+  if (count < 1) return false;
+  // Ordered by source path; a source given twice keeps its last destination.
+  ZEFEntryMap inputs;
+  for (int i = 0; i < count; ++i) {
+    inputs[sources[i]] = ZEFEntryRecord(ZEFEntryKindFile, nullptr, false, destinations[i]);
+  }
+  std::unique_ptr<ZEFArchWriter> writer(getZipWriter());
+  if (!writer) return false;
+  CreationContext context;
+  const int status = writer->createArchive(archiveName, inputs, &context);
+  writer.reset();
+  kxzef::releaseContextObjects(context);
+  return status == 0;
+}

@@ -1,0 +1,296 @@
+// The creation run. Inputs are visited in key order, then the files that
+// links queued; each becomes one entry. The 16 KB buffer is the only data
+// memory, so memory use does not grow with the inputs.
+#include "create/creation_run.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include "host/host.h"
+#include "input/duplicate_entry.h"
+#include "input/entry_text_writer.h"
+#include "input/find_transform.h"
+#include "input/link_target.h"
+#include "input/path_readers.h"
+#include "input/plain_file_reader.h"
+#include "input/reader_status.h"
+#include "input/transform_file_reader.h"
+#include "surface/channels.h"
+#include "surface/message_catalogue.h"
+#include "surface/message_report.h"
+#include "zip/file_system.h"
+
+namespace kxzef {
+
+namespace {
+
+constexpr mode_t KeptModeBits = 0xF1FF;  // type and rwx bits; set-id and sticky bits are dropped
+constexpr int RunRefused = -102;
+constexpr int RunDataFailed = -1;
+
+struct FreeDeleter {
+  void operator()(char* buffer) const { std::free(buffer); }
+};
+
+// How the loop goes on after one input.
+enum class Flow { Next, EndLoop, ReturnNow };
+
+void report(uint32_t message, const std::string& text) {
+  reportMessage(getMessageContext(), getErrorStream(), message, text.c_str());
+}
+
+// "\" becomes "/", except a byte that belongs to a multibyte character.
+std::string withForwardSlashes(std::string name) {
+  for (char* hit = host::utMultiByteStrChr(name.data(), '\\'); hit != nullptr;
+       hit = host::utMultiByteStrChr(hit, '\\')) {
+    *hit = '/';
+  }
+  return name;
+}
+
+ZipTime currentLocalTime() {
+  const time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  return ZipTime{static_cast<uint32_t>(local.tm_sec),  static_cast<uint32_t>(local.tm_min),
+                 static_cast<uint32_t>(local.tm_hour), static_cast<uint32_t>(local.tm_mday),
+                 static_cast<uint32_t>(local.tm_mon),  static_cast<uint32_t>(local.tm_year)};
+}
+
+class CreationRun {
+ public:
+  CreationRun(const CreationTarget& target, ZEFEntryMap& inputs, CreationContext& context)
+      : target_(target), inputs_(inputs), context_(context) {}
+
+  int execute(bool closeWhenDone);
+
+ private:
+  Flow addEntry(const std::string& key, const ZEFEntryRecord& record, const struct stat& first, int& result);
+  ZipEntryInfo fileInformation(const std::string& source, const struct stat& status) const;
+  int openInput(const std::string& source);
+  int openFailure(const std::string& source);
+  int chooseReader(const std::string& source);
+  int writeInputData(const std::string& key);
+  int finish(int result, bool closeWhenDone);
+
+  const CreationTarget& target_;
+  ZEFEntryMap& inputs_;
+  CreationContext& context_;
+  std::unique_ptr<char, FreeDeleter> buffer_;
+  ZEFEntryMap extra_;    // files that links point to, queued by the duplicate check
+  std::string source_;   // the current input; the context borrows it
+};
+
+int CreationRun::execute(bool closeWhenDone) {
+  buffer_.reset(static_cast<char*>(std::malloc(CreationBufferSize)));
+  if (!buffer_) {
+    reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_MEM_ALLOC_ERROR);
+    return StatusInternalError;
+  }
+  int result = StatusOk;
+  const ZEFEntryMap* walking = &inputs_;
+  auto cursor = inputs_.begin();
+  while (cursor != walking->end() && result == StatusOk) {
+    struct stat first;
+    if (lstat(withForwardSlashes(cursor->first).c_str(), &first) != 0) {
+      // A warning, not a failure. Skipping the last input ends the walk
+      // before the queued files are reached; callers rely on that.
+      report(ZEFARCHIVER_WARN_UNREADABLE_PERM, withForwardSlashes(cursor->first));
+      reportSystemErrorText();
+      ++cursor;
+      continue;
+    }
+    const Flow flow = addEntry(cursor->first, cursor->second, first, result);
+    if (flow == Flow::ReturnNow) return result;
+    if (flow == Flow::EndLoop) break;
+    ++cursor;
+    if (walking == &inputs_ && cursor == inputs_.end() && !extra_.empty()) {
+      walking = &extra_;
+      cursor = extra_.begin();
+    }
+  }
+  return finish(result, closeWhenDone);
+}
+
+Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, const struct stat& first,
+                           int& result) {
+  const ZEFEntryRecord record = entry;  // the caller's map stays untouched
+  source_ = withForwardSlashes(key);
+  std::string dest = withForwardSlashes(record.destination);
+  ZipEntryInfo info = fileInformation(source_, first);
+
+  if ((result = openInput(source_)) != StatusOk) return Flow::ReturnNow;
+  if ((result = chooseReader(source_)) != StatusOk) return Flow::ReturnNow;
+  if (context_.isDirectory) {
+    if (dest.empty()) dest = source_;
+    if (dest.back() != '/') dest += '/';
+  }
+
+  const bool isLink = S_ISLNK(first.st_mode);
+  const std::string& linkName = dest.empty() ? source_ : dest;
+  std::string inputRoot, linkText, targetPath, storedTarget;
+  if (isLink) {
+    inputRoot = findInputRoot(source_, dest);
+    result = computeLinkTarget(record, inputRoot, source_, linkName, *context_.currentReader, buffer_.get(),
+                               CreationBufferSize, linkText, targetPath, storedTarget);
+    if (result != StatusOk) {
+      reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_COMPUTING_ZEF_LINK_TARGET,
+                    source_.c_str(), buffer_.get());
+      return Flow::ReturnNow;
+    }
+  }
+
+  const std::string entryName = dest.empty() ? source_ : dest + context_.currentReader->name();
+  const int level = target_.compressionLevel;
+  result = openNewEntry(target_.archive, entryName.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
+                        level != 0 ? MethodDeflated : MethodStored, level, isLink ? linkName.c_str() : nullptr,
+                        storedTarget.c_str(), 0);
+  if (result != StatusOk) {
+    report(ZEFARCHIVER_ERROR_OPENING_IN_ZIP, source_);
+    return Flow::ReturnNow;
+  }
+
+  const int data = context_.isLink
+                       ? writeEntryTextAndCheck(target_.archive, storedTarget, source_.c_str(), source_.c_str(),
+                                                dest.c_str(), linkText.c_str(), targetPath.c_str(),
+                                                inputRoot.c_str(), extra_, inputs_)
+                       : writeInputData(key);
+  releaseContextObjects(context_);
+  context_.isLink = false;
+  context_.isDirectory = false;
+  if (data < 0) {
+    result = RunDataFailed;
+    return Flow::EndLoop;
+  }
+  if ((result = closeEntry(target_.archive, 0, 0)) != StatusOk) report(ZEFARCHIVER_ERROR_CLOSING_FILE_IN_ZIP, source_);
+  return Flow::Next;
+}
+
+ZipEntryInfo CreationRun::fileInformation(const std::string& source, const struct stat& status) const {
+  ZipEntryInfo info{};
+  info.externalAttributes = static_cast<uint64_t>(status.st_mode & KeptModeBits) << 16;
+  getFileTime(source.c_str(), info.modified);
+  // A transformed file carries the time it was archived, not its own.
+  if (context_.transformRules != nullptr && findTransform(context_.transformRules, source.c_str()) != nullptr) {
+    info.modified = currentLocalTime();
+    info.dosDate = dosDateFromTime(info.modified);
+  }
+  return info;
+}
+
+int CreationRun::openInput(const std::string& source) {
+  errno = 0;
+  releaseContextObjects(context_);
+  context_.isLink = false;
+  context_.isDirectory = false;
+  context_.currentSource = source.c_str();
+
+  struct stat status;
+  if (lstat(source.c_str(), &status) != 0) return openFailure(source);
+  if (S_ISLNK(status.st_mode)) {
+    context_.isLink = true;
+    return StatusOk;
+  }
+  if (stat(source.c_str(), &status) != 0) return openFailure(source);
+  // Only this one bit is tested: block devices and sockets count as directories.
+  if (status.st_mode & S_IFDIR) {
+    context_.isDirectory = true;
+    return StatusOk;
+  }
+  context_.currentStream = new std::ifstream(source, std::ios::in | std::ios::binary);
+  if (!context_.currentStream->is_open()) {
+    std::cerr << '\n' << "COULD NOT OPEN FILE: " << source << "!" << std::endl;
+    return openFailure(source);
+  }
+  return StatusOk;
+}
+
+int CreationRun::openFailure(const std::string& source) {
+  const int error = errno;
+  report(ZEFARCHIVER_ERROR_OPENING_FILE_FOR_READ, source);
+  errno = error;
+  reportSystemErrorText();
+  return RunRefused;
+}
+
+int CreationRun::chooseReader(const std::string& source) {
+  delete context_.currentReader;
+  context_.currentReader = nullptr;
+  std::ifstream* stream = context_.currentStream;
+  if (context_.isDirectory) {
+    context_.currentReader = new ZEFDirectoryReader(source);
+  } else if (context_.isLink) {
+    context_.currentReader = new ZEFSymbolicLinkReader(source);
+  } else if (stream != nullptr && stream->is_open() && stream->good()) {
+    ZEFTransform* transform =
+        context_.transformRules != nullptr ? findTransform(context_.transformRules, source.c_str()) : nullptr;
+    if (transform != nullptr) {
+      context_.currentReader = new ZEFFileReaderWithTransform(stream, transform);
+    } else {
+      context_.currentReader = new ZEFFileReaderWithoutTransform(stream);
+    }
+  }
+  if (context_.currentReader != nullptr) return StatusOk;
+  report(ZEFARCHIVER_ERROR_CREATING_READER, source);
+  return RunRefused;
+}
+
+int CreationRun::writeInputData(const std::string& key) {
+  ZEFFileReader& reader = *context_.currentReader;
+  int written = StatusOk;
+  for (;;) {
+    const int count = reader.read(buffer_.get(), CreationBufferSize);
+    if (count == ReaderReadFailed) {
+      report(reader.getStatus() == ReaderEmptyInput ? ZEFARCHIVER_BAD_ZERO_LENGTH_FILE : ZEFARCHIVER_ERROR_READING_FILE,
+             key);
+      return RunDataFailed;
+    }
+    if (count < 1) return written;
+    written = writeEntryData(target_.archive, buffer_.get(), static_cast<uint32_t>(count));
+    if (written < 0) {
+      report(ZEFARCHIVER_ERROR_WRITING_FILE, key);
+      return RunDataFailed;
+    }
+    if (written > 0) return written;
+    if (!reader.isOk()) return StatusOk;
+  }
+}
+
+int CreationRun::finish(int result, bool closeWhenDone) {
+  if (!closeWhenDone) return result;
+  if (int closed = closeForWriting(target_.archive, nullptr); closed != StatusOk) {
+    report(ZEFARCHIVER_ERROR_CLOSING_FILE, target_.archiveName);
+    return closed;
+  }
+  return result;
+}
+
+}  // namespace
+
+void releaseContextObjects(CreationContext& context) {
+  if (context.currentStream != nullptr) {
+    if (context.currentStream->is_open()) {
+      context.currentStream->close();
+      context.currentStream->clear();
+    }
+    delete context.currentStream;
+    context.currentStream = nullptr;
+  }
+  delete context.currentReader;
+  context.currentReader = nullptr;
+}
+
+int runCreation(const CreationTarget& target, ZEFEntryMap& inputs, CreationContext& context, bool closeWhenDone) {
+  const int result = CreationRun(target, inputs, context).execute(closeWhenDone);
+  // The run's copy of the current source name dies with it.
+  context.currentSource = nullptr;
+  return result;
+}
+
+}  // namespace kxzef

@@ -1,0 +1,34 @@
+// The creation run: turns an ordered map of inputs into archive entries,
+// following symbolic links into the files they point to. Every failure is
+// reported here, once, through the message catalogue.
+#ifndef KXZEF_CREATE_CREATION_RUN_H
+#define KXZEF_CREATE_CREATION_RUN_H
+
+#include <string>
+
+#include "kxzefarchiver/ZEFArchWriter.h"
+#include "zip/zip_archive.h"
+
+namespace kxzef {
+
+constexpr size_t CreationBufferSize = 16384;
+
+// What the run needs of its driver.
+struct CreationTarget {
+  ZipArchive& archive;
+  int compressionLevel;
+  const std::string& archiveName;  // for the close-failure message
+};
+
+// Adds every input of `inputs`, then the files queued by links, to the open
+// archive; closes it when `closeWhenDone` is set. Returns 0 or the first
+// failure's code. Early failures leave the archive open and the current
+// stream and reader in `context` for the caller to release.
+int runCreation(const CreationTarget& target, ZEFEntryMap& inputs, CreationContext& context, bool closeWhenDone);
+
+// Closes and deletes the context's stream and deletes its reader.
+void releaseContextObjects(CreationContext& context);
+
+}  // namespace kxzef
+
+#endif

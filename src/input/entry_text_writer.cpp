@@ -1,0 +1,24 @@
+// Link entries: content from memory, then the duplicate check.
+#include "input/entry_text_writer.h"
+
+#include "input/duplicate_entry.h"
+#include "surface/channels.h"
+#include "surface/message_catalogue.h"
+#include "surface/message_report.h"
+
+namespace kxzef {
+
+int writeEntryTextAndCheck(ZipArchive& archive, const std::string& text, const char* entryName,
+                           const char* linkSource, const char* linkDestination, const char* source,
+                           const char* destination, const char* baseDirectory, ZEFEntryMap& recorded,
+                           const ZEFEntryMap& inputs) {
+  if (writeEntryData(archive, text.data(), static_cast<uint32_t>(text.size())) < 0) {
+    reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_WRITING_FILE, entryName);
+    return EntryTextWriteFailed;
+  }
+  const int accepted = checkDuplicateEntry(linkSource, linkDestination, source, destination, baseDirectory,
+                                           recorded, inputs);
+  return accepted ? StatusOk : EntryTextRefused;
+}
+
+}  // namespace kxzef

@@ -1,0 +1,28 @@
+// The write-and-check step for link entries: the link's target text becomes
+// the entry's content, then the file it points to goes through the
+// duplicate check.
+#ifndef KXZEF_INPUT_ENTRY_TEXT_WRITER_H
+#define KXZEF_INPUT_ENTRY_TEXT_WRITER_H
+
+#include <string>
+
+#include "kxzefarchiver/ZEFEntryMap.h"
+#include "zip/zip_archive.h"
+
+namespace kxzef {
+
+constexpr int EntryTextWriteFailed = -1;
+constexpr int EntryTextRefused = -102;
+
+// Writes `text` into the archive's open entry (ZEFARCHIVER_ERROR_WRITING_FILE
+// naming `entryName` and -1 when that fails), then runs checkDuplicateEntry
+// with the remaining arguments. Returns 0, -1, or -102 when the check
+// refuses the target.
+int writeEntryTextAndCheck(ZipArchive& archive, const std::string& text, const char* entryName,
+                           const char* linkSource, const char* linkDestination, const char* source,
+                           const char* destination, const char* baseDirectory, ZEFEntryMap& recorded,
+                           const ZEFEntryMap& inputs);
+
+}  // namespace kxzef
+
+#endif

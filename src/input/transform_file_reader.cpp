@@ -1,0 +1,69 @@
+// Runs a host's transform over a whole file, at most once successfully, and
+// serves the result. The host's output array is trusted only up to its size.
+#include "input/transform_file_reader.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+#include "input/reader_status.h"
+
+namespace kxzef {
+
+ZEFFileReaderWithTransform::ZEFFileReaderWithTransform(std::ifstream* input, ZEFTransform* transform)
+    : ZEFFileReader(input, false), transform_(transform) {}
+
+const char* ZEFFileReaderWithTransform::name() { return transform_ == nullptr ? "" : transform_->name.c_str(); }
+
+bool ZEFFileReaderWithTransform::runTransform(ZEFResultHolder* holder) {
+  output_.clear();
+  content_.clear();
+  // An unusable stream would otherwise pass for an empty file.
+  if (const int input = checkInput(); input != ReaderOk) {
+    status_ = input;
+    return false;
+  }
+  loadWholeFile();
+  if (content_.size == 0) {
+    if (!transform_->acceptEmptyInput) {
+      status_ = ReaderEmptyInput;
+      return false;
+    }
+    transformed_ = true;
+    return true;
+  }
+  status_ = ReaderTransformFailed;
+  if (!transform_->apply(content_, output_, holder)) return false;
+  if (output_.size == 0 && !transform_->acceptEmptyOutput) return false;
+  hasMore_ = output_.size != 0;
+  status_ = ReaderOk;
+  transformed_ = true;
+  return true;
+}
+
+int ZEFFileReaderWithTransform::read(char* buf, unsigned n) {
+  status_ = ReaderOk;
+  if (!transformed_) {
+    if (transform_ == nullptr) return ReaderReadFailed;
+    ZEFResultHolder holder;
+    if (!runTransform(&holder)) return ReaderReadFailed;
+  }
+  uint64_t count = 0;
+  if (hasMore_ && buf != nullptr && position_ < output_.size) {
+    count = std::min<uint64_t>({n, INT_MAX, output_.size - position_});
+    std::memcpy(buf, output_.data + position_, count);
+    position_ += count;
+  }
+  hasMore_ = position_ < output_.size;
+  return static_cast<int>(count);
+}
+
+ZEFByteArray* ZEFFileReaderWithTransform::getContent(ZEFResultHolder* holder) {
+  if (transformed_) return &output_;
+  if (transform_ != nullptr && runTransform(holder)) return &output_;
+  if (transform_ == nullptr) status_ = ReaderTransformFailed;
+  output_.clear();
+  return &output_;
+}
+
+}  // namespace kxzef
