@@ -2,6 +2,7 @@
 // extraction and independent ZIP tools check what comes out.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

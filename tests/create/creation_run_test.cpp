@@ -2,6 +2,7 @@
 // handling, plus the naming, mode and time rules, checked on the bytes.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -175,10 +176,8 @@ class UpperCase : public ZEFTransform {
  public:
   UpperCase() : ZEFTransform(false, false, ".up") {}
   bool apply(const ZEFByteArray& input, ZEFByteArray& output, ZEFResultHolder*) override {
-    output.clear();
-    output.data = new char[input.size];
-    output.size = input.size;
-    for (uint64_t i = 0; i < input.size; ++i) output.data[i] = static_cast<char>(toupper(input.data[i]));
+    if (!output.allocate(input.size)) return false;
+    for (uint64_t i = 0; i < input.size; ++i) output.data[i] = static_cast<unsigned char>(toupper(input.data[i]));
     ++calls;
     return true;
   }
@@ -242,17 +241,31 @@ TEST_F(CreationRun, EntryThatCannotBeOpenedIsReported) {
   releaseContext(context);
 }
 
-TEST_F(CreationRun, WriteFailureAndCloseFailureAreBothReported) {
+std::string noise(size_t size) {
+  std::string bytes(size, '\0');
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 2654435761u) >> 13);
+  return bytes;
+}
+
+TEST_F(CreationRun, WriteFailureIsReported) {
   if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full here";
   ASSERT_EQ(symlink("/dev/full", "out.zef"), 0);
-  std::string noise(1 << 20, '\0');
-  for (size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<char>((i * 2654435761u) >> 13);
-  writeFile("big", noise);
+  writeFile("big", noise(1 << 20));
   ZEFEntryMap inputs{{"big", to("big")}};
   ChannelCapture capture;
-  const int status = create(inputs);
-  EXPECT_EQ(status, -1);
-  EXPECT_EQ(capture.error(), "Error in writing 'big'\nError in closing 'out.zef'\n");
+  EXPECT_EQ(create(inputs), -1);
+  EXPECT_EQ(capture.error(), "Error in writing 'big'\n");
+}
+
+TEST_F(CreationRun, EntryAndArchiveCloseFailuresAreReported) {
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full here";
+  ASSERT_EQ(symlink("/dev/full", "out.zef"), 0);
+  // Less than one output buffer: the data reaches the file only when the entry is closed.
+  writeFile("small", noise(16000));
+  ZEFEntryMap inputs{{"small", to("small")}};
+  ChannelCapture capture;
+  EXPECT_EQ(create(inputs), -1);
+  EXPECT_EQ(capture.error(), "Error in closing 'small' in the zipfile.\nError in closing 'out.zef'\n");
 }
 
 TEST_F(CreationRun, LinkWhoseTargetClashesWithATakenDestinationIsRefused) {
