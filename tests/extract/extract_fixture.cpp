@@ -13,9 +13,7 @@ PathStatus statusOf(const std::string& path) {
   struct stat status;
   if (lstat(path.c_str(), &status) != 0) return result;
   result.exists = true;
-  result.isFile = S_ISREG(status.st_mode);
   result.isDirectory = S_ISDIR(status.st_mode);
-  result.isLink = S_ISLNK(status.st_mode);
   result.permissions = status.st_mode & 07777;
   result.modified = static_cast<int64_t>(status.st_mtime);
   return result;

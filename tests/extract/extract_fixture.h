@@ -16,9 +16,7 @@ namespace kxzef::testing {
 // What lstat says about a path.
 struct PathStatus {
   bool exists = false;
-  bool isFile = false;
   bool isDirectory = false;
-  bool isLink = false;
   unsigned permissions = 0;  // the low 12 bits of the mode
   int64_t modified = 0;      // seconds since the epoch
 };
