@@ -46,7 +46,6 @@ int UnzipDriver::open(const char* name, bool overwriteFlag, bool usePathsFlag) {
       return StatusArchiveMissing;
     }
   }
-  releaseArchive();
   if (!openArchive(archive, path.c_str(), nullptr)) {
     // The text names a ".zip" fallback; it is the wording hosts know, so it stays.
     reportMessage(messages, getErrorStream(), UNZIPDRIVER_CANNOT_OPEN_FILE, given, given);
@@ -69,15 +68,6 @@ int UnzipDriver::openWithRoot(const char* name, const char* rootText, bool overw
 }
 
 int UnzipDriver::close() { return closeArchive(archive); }
-
-void UnzipDriver::releaseArchive() {
-  if (archive.io == nullptr) return;
-  if (closeArchive(archive) == StatusOk && archive.io == nullptr) return;
-  // A failed open leaves its file object behind, owned but not open.
-  if (archive.ownsIO) delete archive.io;
-  archive.io = nullptr;
-  archive.ownsIO = false;
-}
 
 int UnzipDriver::unzipAll(const char* name) {
   if (int status = openDefault(name); status != StatusOk) return status;

@@ -81,9 +81,6 @@ class UnzipDriver : public ZEFArchReader {
 
   int extractAllAndClose();
 
-  // Closes a stale archive state before the same object opens another one.
-  void releaseArchive();
-
   bool overwrite = true;
   bool usePaths = true;
   std::string root;
