@@ -1,0 +1,148 @@
+// Feeds arbitrary bytes to the ZIP reading core as an archive and drives every
+// operation over them. Any crash, sanitizer report or broken promise is a bug.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "zip/unzip_archive.h"
+
+namespace {
+
+using namespace kxzef;
+
+// Serves the fuzzer's bytes as a read-only archive file, with the error and
+// position rules of the file-backed object: a short read sets the error, a
+// seek clears it, a seek before the start leaves the position where it was.
+class MemoryFileIO : public ZipFileIO {
+ public:
+  MemoryFileIO(const uint8_t* data, size_t size) : data_(data), size_(static_cast<int64_t>(size)) {}
+
+  bool open(const char*, int) override { return true; }
+
+  int64_t read(void* buffer, int64_t count) override {
+    if (count <= 0) return 0;
+    const int64_t available = position_ < size_ ? size_ - position_ : 0;
+    const int64_t n = count < available ? count : available;
+    if (n > 0) std::memcpy(buffer, data_ + position_, static_cast<size_t>(n));
+    position_ += n;
+    error_ = n < count;
+    return n;
+  }
+
+  int64_t write(const void*, int64_t) override { return 0; }
+  int64_t tell() override { return position_; }
+
+  int seek(int64_t offset, int origin) override {
+    const int64_t base = origin == SeekFromStart ? 0 : origin == SeekFromCurrent ? position_ : size_;
+    if (origin != SeekFromStart && origin != SeekFromCurrent && origin != SeekFromEnd) return -1;
+    if (offset >= 0 ? base <= INT64_MAX - offset : base + offset >= 0) position_ = base + offset;
+    error_ = false;
+    return 0;
+  }
+
+  int close() override { return 0; }
+  bool removeFile(const char*) override { return false; }
+  bool hasError() override { return error_; }
+
+ private:
+  const uint8_t* data_;
+  int64_t size_;
+  int64_t position_ = 0;
+  bool error_ = false;
+};
+
+// Limits that keep one input quick even when many central headers share one
+// highly compressed local entry.
+constexpr uint64_t MaxBytesInflated = 8u << 20;
+constexpr int MaxEntriesWalked = 70000;
+constexpr size_t NamesKept = 4;
+
+void require(bool promise) {
+  if (!promise) std::abort();
+}
+
+char largeBuffer[65536 + 2];
+
+void readEntryToItsEnd(UnzipArchive& archive, uint64_t index, uint64_t& budget) {
+  int method = -1;
+  int level = -1;
+  const int raw = index % 5 == 4 ? 1 : 0;
+  if (openCurrentEntry(archive, &method, &level, raw) != StatusOk) return;
+  require(level == 1 || level == 2 || level == 6 || level == 9);
+  const int extraAvailable = getLocalExtraField(archive, nullptr, 0);
+  require(extraAvailable >= 0 && extraAvailable <= 65535);
+  require(getLocalExtraField(archive, largeBuffer, 3) <= 3);
+  const int extraRead = getLocalExtraField(archive, largeBuffer, sizeof largeBuffer);
+  require(extraRead == extraAvailable || extraRead == StatusIoError);
+  static const uint32_t pieces[] = {1, 7, 4096, 65536};
+  const uint32_t piece = pieces[index % 4];
+  int count = 0;
+  while (budget > 0 && (count = readCurrentEntry(archive, largeBuffer, piece)) > 0) {
+    require(static_cast<uint32_t>(count) <= piece);
+    budget = budget > static_cast<uint64_t>(count) + 64 ? budget - count - 64 : 0;
+  }
+  require(currentEntryOffset(archive) >= 0);
+  const int atEnd = atEndOfCurrentEntry(archive);
+  require(atEnd == 0 || atEnd == 1);
+  closeCurrentEntry(archive);
+}
+
+void visitCurrentEntry(UnzipArchive& archive, uint64_t index, std::vector<std::string>& names,
+                       uint64_t& budget) {
+  EntryInfo info{};
+  char name[4];
+  char extra[3];
+  char comment[2];
+  getCurrentEntryInfo(archive, &info, name, sizeof name, extra, sizeof extra, comment, sizeof comment);
+  getCurrentEntryInfo(archive, nullptr, nullptr, 0, nullptr, 0, comment, sizeof comment);
+  static char longName[65536 + 1];
+  static char longComment[65536 + 1];
+  if (getCurrentEntryInfo(archive, &info, longName, sizeof longName, largeBuffer, sizeof largeBuffer,
+                          longComment, sizeof longComment) == StatusOk) {
+    require(info.fileNameLength <= 65535 && longName[info.fileNameLength] == '\0');
+    if (names.size() < NamesKept) names.emplace_back(longName, info.fileNameLength);
+  }
+  uint64_t position = 0;
+  uint64_t entryIndex = 0;
+  require(getEntryPosition(archive, &position, &entryIndex) == StatusOk && entryIndex == index);
+  readEntryToItsEnd(archive, index, budget);
+}
+
+void locateNames(UnzipArchive& archive, const std::vector<std::string>& names, uint64_t& budget) {
+  for (const std::string& name : names) {
+    for (int rule : {CaseInsensitive, CaseSensitive}) {
+      if (locateEntry(archive, name.c_str(), rule) == StatusOk) readEntryToItsEnd(archive, 0, budget);
+    }
+  }
+  require(locateEntry(archive, std::string(256, 'a').c_str(), CaseInsensitive) == StatusBadParameter);
+  locateEntry(archive, "absent", CaseInsensitive);
+  goToNextEntry(archive);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  UnzipArchive archive;
+  if (!openArchive(archive, "fuzz", new MemoryFileIO(data, size))) return 0;  // the archive owns it
+  uint64_t entryCount = 0;
+  uint64_t commentLength = 0;
+  require(getGlobalInfo(archive, &entryCount, &commentLength) == StatusOk);
+  char smallComment[5];
+  require(getGlobalComment(archive, smallComment, sizeof smallComment) <= 5);
+  require(getGlobalComment(archive, largeBuffer, sizeof largeBuffer) <= static_cast<int>(commentLength));
+
+  uint64_t budget = MaxBytesInflated;
+  std::vector<std::string> names;
+  int status = goToFirstEntry(archive);
+  for (int walked = 0; status == StatusOk && walked < MaxEntriesWalked; ++walked) {
+    visitCurrentEntry(archive, archive.entryIndex, names, budget);
+    status = goToNextEntry(archive);
+  }
+  locateNames(archive, names, budget);
+  require(closeArchive(archive) == StatusOk);
+  require(closeArchive(archive) == StatusBadParameter);
+  require(goToFirstEntry(archive) == StatusBadParameter);
+  return 0;
+}

@@ -1,0 +1,58 @@
+// Hand-built ZIP records for tests: every field of a local header, central
+// header and end record can be set, so that a test can make one of them lie.
+#ifndef KXZEF_TESTS_SUPPORT_ZIP_RECORDS_H
+#define KXZEF_TESTS_SUPPORT_ZIP_RECORDS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kxzef::testing {
+
+// The fields one entry shows in its headers, with its data as stored.
+struct HandEntry {
+  std::string name;
+  std::string data;  // the bytes following the local header (compressed when deflated)
+  uint64_t versionMadeBy = 0x031E;  // Unix, 3.0
+  uint64_t versionNeeded = 20;
+  uint64_t flags = 0;
+  uint64_t method = 0;
+  uint64_t dosDate = 0x38654A43;  // 2008-03-05 09:18:06
+  uint64_t crc = 0;
+  uint64_t compressedSize = 0;
+  uint64_t uncompressedSize = 0;
+  std::string localExtra;
+  std::string centralExtra;
+  std::string comment;
+  uint64_t internalAttributes = 0;
+  uint64_t externalAttributes = 0100644u << 16;
+  uint64_t localHeaderOffset = UINT64_MAX;  // UINT64_MAX: where buildArchive puts it
+  uint64_t nameLengthField = UINT64_MAX;    // UINT64_MAX: the name's true length
+};
+
+// An entry holding `content` stored, or deflated, with true sizes and CRC.
+HandEntry storedEntry(const std::string& name, const std::string& content);
+HandEntry deflatedEntry(const std::string& name, const std::string& content);
+
+// Raw deflate (no zlib header) of `content`, and its CRC-32.
+std::string rawDeflate(const std::string& content);
+uint32_t crcOf(const std::string& content);
+
+// Appends `value` as `width` little-endian bytes; overwrites them at `offset`.
+void putLE(std::string& out, uint64_t value, int width);
+void patchLE(std::string& bytes, size_t offset, uint64_t value, int width);
+
+std::string localHeader(const HandEntry& entry);
+std::string centralHeader(const HandEntry& entry, uint64_t localHeaderOffset);
+std::string endRecord(uint64_t entriesOnDisk, uint64_t totalEntries, uint64_t directorySize,
+                      uint64_t directoryOffset, const std::string& comment);
+
+// Local headers with data, then the central directory, then the end record.
+// When `locals` is given, local header i is built from locals[i] (data still
+// from entries[i]), so a test can make a local header disagree.
+std::string buildArchive(const std::vector<HandEntry>& entries, const std::string& comment = "",
+                         const std::vector<HandEntry>* locals = nullptr);
+
+}  // namespace kxzef::testing
+
+#endif
