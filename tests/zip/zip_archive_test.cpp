@@ -571,18 +571,5 @@ TEST(CentralDirectoryBlocks, AppendFillsBlocksInOrderAndSpansThem) {
   EXPECT_TRUE(joined == bytes);
 }
 
-TEST(RecordValues, AreLittleEndianOfTheirWidth) {
-  unsigned char bytes[9] = {};
-  putValue(bytes, 0x0807060504030201u, 8);
-  EXPECT_EQ(std::memcmp(bytes, "\x01\x02\x03\x04\x05\x06\x07\x08", 8), 0);
-  putValue(bytes, 0xAABBCCDDu, 2);  // only the low bytes fit
-  EXPECT_EQ(bytes[0], 0xDD);
-  EXPECT_EQ(bytes[1], 0xCC);
-  EXPECT_EQ(bytes[2], 0x03);
-  FailingIO io(3);
-  EXPECT_STATUS(writeValue(io, 1, 4), StatusIoError);  // short write
-  EXPECT_STATUS(writeValue(io, 1, 9), StatusIoError);  // wider than a value
-}
-
 }  // namespace
 }  // namespace kxzef
