@@ -162,8 +162,9 @@ int writeLocalHeader(ZipArchive& archive, const EntryLayout& layout, const void*
   return StatusOk;
 }
 
-// Works out name, comment and link block, and refuses what the record
-// fields (16 bits for lengths, 32 for offsets) cannot hold.
+// Works out name, comment and link block, notes where the local header goes,
+// and refuses what the record fields (16 bits for lengths, 32 for offsets)
+// cannot hold.
 int layoutEntry(ZipArchive& archive, EntryLayout& layout, const char* name, const char* comment,
                 uint32_t localExtraLength, uint32_t globalExtraLength, const char* sourcePath,
                 const char* linkTarget) {
