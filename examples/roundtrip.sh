@@ -4,15 +4,15 @@
 # the original in bytes, permission bits and symbolic links.
 # Usage: examples/roundtrip.sh BUILD_DIR
 set -euo pipefail
-build=${1:?usage: examples/roundtrip.sh BUILD_DIR}
+build=$(cd "${1:?usage: examples/roundtrip.sh BUILD_DIR}" && pwd)
 zef="$build/tools/zef"
 here=$(cd "$(dirname "$0")" && pwd)
 work="$build/roundtrip"
 rm -rf "$work"
 mkdir -p "$work"
 
-echo "== zef create $work/app.zef examples/app=app"
-(cd "$here" && "$OLDPWD/$zef" create "$OLDPWD/$work/app.zef" app=app) 2>&1 || { echo "create failed"; exit 1; }
+echo "== (cd examples && zef create $work/app.zef app=app)"
+(cd "$here" && "$zef" create "$work/app.zef" app=app)
 echo "== zef list $work/app.zef"
 "$zef" list "$work/app.zef"
 echo "== zef extract $work/app.zef -d $work/out"
