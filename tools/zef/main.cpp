@@ -1,0 +1,77 @@
+// zef: the command-line front end of libkxzefarchiver. Library messages go
+// to standard error, listings to standard output, the Unix way.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kxzefarchiver/zefarchiver.h"
+#include "zef.h"
+
+namespace {
+
+int toStandardOutput(const char* text) {
+  if (text == nullptr || std::fputs(text, stdout) < 0) return 0;
+  return static_cast<int>(std::strlen(text));
+}
+
+int toStandardError(const char* text) {
+  if (text == nullptr || std::fputs(text, stderr) < 0) return 0;
+  return static_cast<int>(std::strlen(text));
+}
+
+int printHelp(const std::string& command) {
+  std::fputs(zef::helpText(command).c_str(), stdout);
+  return zef::ExitOk;
+}
+
+}  // namespace
+
+namespace zef {
+
+int canonCommand(const std::vector<std::string>& args) {
+  if (args.empty()) return usageError("canon", "no PATH given");
+  int status = ExitOk;
+  for (const std::string& path : args) {
+    const std::string canonical = zefMakePathCanonical(path);
+    // The library refuses some paths with a message and an empty result.
+    if (canonical.empty() && !path.empty()) {
+      status = failure("cannot canonicalize '" + path + "'");
+      continue;
+    }
+    std::printf("%s\n", canonical.c_str());
+  }
+  return status;
+}
+
+}  // namespace zef
+
+int main(int argc, char** argv) {
+  set_zefarchiver_output_handler(toStandardOutput);
+  set_zefarchiver_error_handler(toStandardError);
+
+  const std::vector<std::string> all(argv + 1, argv + argc);
+  if (all.empty()) return zef::usageError("", "no COMMAND given");
+  const std::string& command = all[0];
+  const std::vector<std::string> args(all.begin() + 1, all.end());
+
+  if (command == "--help" || command == "-h" || command == "help") return printHelp("");
+  if (command == "--version") {
+    std::printf("zef (kxzefarchiver) %s, built %s\n", libkxzefarchiver_version, libkxzefarchiver_build_date);
+    return zef::ExitOk;
+  }
+  using Command = int (*)(const std::vector<std::string>&);
+  const struct {
+    const char* name;
+    Command run;
+  } commands[] = {{"create", zef::createCommand},
+                  {"list", zef::listCommand},
+                  {"extract", zef::extractCommand},
+                  {"canon", zef::canonCommand}};
+  for (const auto& entry : commands) {
+    if (command != entry.name) continue;
+    if (zef::wantsHelp(args)) return printHelp(command);
+    return entry.run(args);
+  }
+  return zef::usageError("", "unknown command '" + command + "'");
+}
