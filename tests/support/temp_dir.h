@@ -10,6 +10,10 @@
 namespace kxzef::testing {
 
 class TempDirTest : public ::testing::Test {
+ public:
+  // The whole content of a file, or "<missing>" when it cannot be read.
+  static std::string readFile(const std::string& file);
+
  protected:
   void SetUp() override;
   void TearDown() override;
@@ -19,9 +23,6 @@ class TempDirTest : public ::testing::Test {
 
   // Writes `content` to `relative` (parents created) and returns its path.
   std::string writeFile(const std::string& relative, const std::string& content, unsigned mode = 0644) const;
-
-  // The whole content of a file, or "<missing>" when it cannot be read.
-  static std::string readFile(const std::string& file);
 
  private:
   std::string directory_;

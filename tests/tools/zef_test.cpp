@@ -15,24 +15,24 @@ namespace {
 
 using ZefTool = kxzef::testing::TempDirTest;
 
-struct Run {
+struct ToolRun {
   int status;
   std::string out;
   std::string err;
 };
 
 // Runs zef with `arguments` (shell words) and standard input from `input`.
-Run zef(const std::string& arguments, const std::string& input = "/dev/null") {
+ToolRun zef(const std::string& arguments, const std::string& input = "/dev/null") {
   const int status = kxzef::testing::runCommand(std::string(ZEF_PROGRAM) + " " + arguments + " <" + input +
                                                 " >zef.out 2>zef.err");
-  return Run{status, kxzef::testing::TempDirTest::readFile("zef.out"),
+  return ToolRun{status, kxzef::testing::TempDirTest::readFile("zef.out"),
              kxzef::testing::TempDirTest::readFile("zef.err")};
 }
 
 bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 TEST_F(ZefTool, HelpAndVersionAnswerOnStandardOutput) {
-  Run run = zef("--help");
+  ToolRun run = zef("--help");
   EXPECT_EQ(run.status, 0);
   EXPECT_TRUE(contains(run.out, "Commands:"));
   for (const char* command : {"create", "list", "extract", "canon"}) {
@@ -51,7 +51,7 @@ TEST_F(ZefTool, UsageMistakesExitTwoWithAOneLineHint) {
                             "create out.zef --from", "list", "list a b", "extract", "extract a.zef -d",
                             "extract --sideways a.zef", "canon"};
   for (const char* arguments : mistakes) {
-    const Run run = zef(arguments);
+    const ToolRun run = zef(arguments);
     EXPECT_EQ(run.status, 2) << arguments;
     EXPECT_EQ(run.out, "") << arguments;
     EXPECT_TRUE(run.err.rfind("zef: ", 0) == 0) << arguments << ": " << run.err;
@@ -63,7 +63,7 @@ TEST_F(ZefTool, CreateListAndExtractATree) {
   writeFile("src/bin/run", "#!/bin/sh\necho run\n", 0755);
   writeFile("src/etc/run.conf", "speed=fast\n", 0640);
   ASSERT_EQ(symlink("../etc/run.conf", path("src/bin/conf").c_str()), 0);
-  Run run = zef("create -9 out.zef src=app");
+  ToolRun run = zef("create -9 out.zef src=app");
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out + run.err, "");
 
@@ -88,7 +88,7 @@ TEST_F(ZefTool, CreateListAndExtractATree) {
 
 TEST_F(ZefTool, LibraryFailuresExitOneAndNameTheFile) {
   writeFile("empty", "");
-  Run run = zef("create out.zef empty");
+  ToolRun run = zef("create out.zef empty");
   EXPECT_EQ(run.status, 1);
   EXPECT_TRUE(contains(run.err, "The file \n 'empty' \n is empty")) << run.err;
   EXPECT_TRUE(contains(run.err, "zef: could not create 'out.zef'"));
@@ -111,7 +111,7 @@ TEST_F(ZefTool, ExtractsNamedEntriesAndReportsMissingOnes) {
   writeFile("a.txt", "alpha");
   writeFile("b.txt", "beta");
   ASSERT_EQ(zef("create -0 two.zef a.txt b.txt").status, 0);
-  Run run = zef("extract two.zef -d only B.TXT");  // names compare without regard to case
+  ToolRun run = zef("extract two.zef -d only B.TXT");  // names compare without regard to case
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(readFile("only/b.txt"), "beta");
   EXPECT_NE(access("only/a.txt", F_OK), 0);
@@ -124,7 +124,7 @@ TEST_F(ZefTool, AskKeepsFilesWhenInputEndsAndReplacesThemOnYes) {
   writeFile("a.txt", "archived");
   ASSERT_EQ(zef("create one.zef a.txt").status, 0);
   writeFile("dest/a.txt", "local edit");
-  Run run = zef("extract one.zef -d dest --ask");  // standard input is empty
+  ToolRun run = zef("extract one.zef -d dest --ask");  // standard input is empty
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_TRUE(contains(run.err, "The file 'dest/a.txt' exists. Overwrite ? [y]es, [n]o, [A]ll:"));
   EXPECT_EQ(readFile("dest/a.txt"), "local edit");
@@ -142,7 +142,7 @@ TEST_F(ZefTool, ManifestWithThousandsOfInputs) {
     manifest << name << '\t' << "data/" << i << ".txt\n";
   }
   manifest.close();
-  Run run = zef("create -1 many.zef --from manifest.tsv");
+  ToolRun run = zef("create -1 many.zef --from manifest.tsv");
   ASSERT_EQ(run.status, 0) << run.err;
   run = zef("list many.zef");
   EXPECT_EQ(run.status, 0);
@@ -151,7 +151,7 @@ TEST_F(ZefTool, ManifestWithThousandsOfInputs) {
 }
 
 TEST_F(ZefTool, CanonPrintsEachPathAndRefusesDotDot) {
-  Run run = zef("canon a/b/../c a//b /x/../y");
+  ToolRun run = zef("canon a/b/../c a//b /x/../y");
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out, "a/c\na//b\n/y\n");
   run = zef("canon ../up");

@@ -38,7 +38,8 @@ void addTree(ZEFEntryMap& inputs, const std::string& source, const std::string& 
   std::error_code error;
   for (auto it = std::filesystem::recursive_directory_iterator(source, error);
        !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
-    const std::string relative = std::filesystem::relative(it->path(), source, error).string();
+    // Lexical, so that a link below the directory keeps its own name.
+    const std::string relative = it->path().lexically_relative(source).string();
     addInput(inputs, it->path().string(), destination.empty() ? "" : destination + "/" + relative);
   }
 }
