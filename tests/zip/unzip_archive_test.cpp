@@ -323,6 +323,16 @@ TEST_F(ReadingCore, WalkStopsAtTheLastEntryAndPositionsRoundTrip) {
   EXPECT_EQ(currentName(), "a");
 }
 
+TEST_F(ReadingCore, PositionsThatWouldWrapAroundAreNotRead) {
+  // The prefix holds a central header of its own at offset 0: a position
+  // that wrapped around past the prefix would land on it.
+  const std::string prefix = testing::centralHeader(storedEntry("decoy", ""), 0);
+  ASSERT_TRUE(openBytes(prefix + buildArchive({storedEntry("real", "x")})));
+  ASSERT_EQ(archive.bytesBefore, prefix.size());
+  EXPECT_STATUS(StatusIoError, goToEntryPosition(archive, UINT64_MAX - prefix.size() + 1, 0));
+  EXPECT_STATUS(StatusEndOfList, goToNextEntry(archive));
+}
+
 TEST_F(ReadingCore, LyingDirectoryFieldsEndTheWalkWithAStatus) {
   const std::vector<HandEntry> entries = {storedEntry("a", "1"), storedEntry("b", "2")};
   const std::string good = buildArchive(entries);
