@@ -20,6 +20,12 @@ std::string rawDeflate(const std::string& content) {
   return out;
 }
 
+std::string sampleText(size_t size) {
+  std::string text;
+  for (size_t i = 0; text.size() < size; ++i) text += "line " + std::to_string(i * 7919 % 10007) + "\n";
+  return text.substr(0, size);
+}
+
 uint32_t crcOf(const std::string& content) {
   return static_cast<uint32_t>(
       crc32(0, reinterpret_cast<const Bytef*>(content.data()), static_cast<uInt>(content.size())));

@@ -34,6 +34,10 @@ struct HandEntry {
 HandEntry storedEntry(const std::string& name, const std::string& content);
 HandEntry deflatedEntry(const std::string& name, const std::string& content);
 
+// Lines of numbers: text that deflates, but not so well that a large one fits
+// in one input block.
+std::string sampleText(size_t size);
+
 // Raw deflate (no zlib header) of `content`, and its CRC-32.
 std::string rawDeflate(const std::string& content);
 uint32_t crcOf(const std::string& content);
