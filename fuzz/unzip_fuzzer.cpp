@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "zip/unzip_archive.h"
@@ -89,8 +90,13 @@ void readEntryToItsEnd(UnzipArchive& archive, uint64_t index, uint64_t& budget) 
   closeCurrentEntry(archive);
 }
 
-void visitCurrentEntry(UnzipArchive& archive, uint64_t index, std::vector<std::string>& names,
-                       uint64_t& budget) {
+// What the walk remembers of its first entries, to come back to them.
+struct Seen {
+  std::vector<std::string> names;
+  std::vector<std::pair<uint64_t, uint64_t>> positions;
+};
+
+void visitCurrentEntry(UnzipArchive& archive, uint64_t index, Seen& seen, uint64_t& budget) {
   EntryInfo info{};
   char name[4];
   char extra[3];
@@ -102,16 +108,20 @@ void visitCurrentEntry(UnzipArchive& archive, uint64_t index, std::vector<std::s
   if (getCurrentEntryInfo(archive, &info, longName, sizeof longName, largeBuffer, sizeof largeBuffer,
                           longComment, sizeof longComment) == StatusOk) {
     require(info.fileNameLength <= 65535 && longName[info.fileNameLength] == '\0');
-    if (names.size() < NamesKept) names.emplace_back(longName, info.fileNameLength);
+    if (seen.names.size() < NamesKept) seen.names.emplace_back(longName, info.fileNameLength);
   }
   uint64_t position = 0;
   uint64_t entryIndex = 0;
   require(getEntryPosition(archive, &position, &entryIndex) == StatusOk && entryIndex == index);
+  if (seen.positions.size() < NamesKept) seen.positions.emplace_back(position, entryIndex);
   readEntryToItsEnd(archive, index, budget);
 }
 
-void locateNames(UnzipArchive& archive, const std::vector<std::string>& names, uint64_t& budget) {
-  for (const std::string& name : names) {
+void revisit(UnzipArchive& archive, const Seen& seen, uint64_t& budget) {
+  for (const auto& [position, index] : seen.positions) {
+    if (goToEntryPosition(archive, position, index) == StatusOk) readEntryToItsEnd(archive, index, budget);
+  }
+  for (const std::string& name : seen.names) {
     for (int rule : {CaseInsensitive, CaseSensitive}) {
       if (locateEntry(archive, name.c_str(), rule) == StatusOk) readEntryToItsEnd(archive, 0, budget);
     }
@@ -134,13 +144,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   require(getGlobalComment(archive, largeBuffer, sizeof largeBuffer) <= static_cast<int>(commentLength));
 
   uint64_t budget = MaxBytesInflated;
-  std::vector<std::string> names;
+  Seen seen;
   int status = goToFirstEntry(archive);
   for (int walked = 0; status == StatusOk && walked < MaxEntriesWalked; ++walked) {
-    visitCurrentEntry(archive, archive.entryIndex, names, budget);
+    visitCurrentEntry(archive, archive.entryIndex, seen, budget);
     status = goToNextEntry(archive);
   }
-  locateNames(archive, names, budget);
+  revisit(archive, seen, budget);
   require(closeArchive(archive) == StatusOk);
   require(closeArchive(archive) == StatusBadParameter);
   require(goToFirstEntry(archive) == StatusBadParameter);

@@ -25,10 +25,12 @@ constexpr uint64_t MaxSearchBack = 65535;
 constexpr int LevelDefault = 6;
 constexpr const char* ZlibVersionPassed = "1.2.3";
 
-// Positions travel as unsigned 64-bit values; the file object takes signed ones.
-int seekTo(ZipFileIO& io, uint64_t position) {
-  if (position > static_cast<uint64_t>(INT64_MAX)) return StatusIoError;
-  return io.seek(static_cast<int64_t>(position), SeekFromStart) == 0 ? StatusOk : StatusIoError;
+// Seeks to `base` + `offset`. Positions travel as unsigned 64-bit values and
+// the file object takes signed ones, so a sum beyond that range cannot be read.
+int seekTo(ZipFileIO& io, uint64_t base, uint64_t offset = 0) {
+  constexpr uint64_t limit = static_cast<uint64_t>(INT64_MAX);
+  if (base > limit || offset > limit - base) return StatusIoError;
+  return io.seek(static_cast<int64_t>(base + offset), SeekFromStart) == 0 ? StatusOk : StatusIoError;
 }
 
 int skipForward(ZipFileIO& io, uint64_t count) {
@@ -83,7 +85,7 @@ void decodeCentralHeader(const unsigned char* h, EntryInfo& entry, uint64_t& loc
 // read wins over a wrong signature, as it says more about the file.
 int readCentralHeader(UnzipArchive& archive, EntryInfo& entry, uint64_t& localHeaderOffset) {
   unsigned char header[CentralHeaderSize];
-  if (int status = seekTo(*archive.io, archive.centralPosition + archive.bytesBefore); status != StatusOk) {
+  if (int status = seekTo(*archive.io, archive.centralPosition, archive.bytesBefore); status != StatusOk) {
     return status;
   }
   if (int status = readExactly(*archive.io, header, sizeof header); status != StatusOk) return status;
@@ -177,7 +179,7 @@ struct LocalLayout {
 int checkLocalHeader(UnzipArchive& archive, LocalLayout& layout) {
   unsigned char header[LocalHeaderSize];
   const EntryInfo& entry = archive.current;
-  if (int status = seekTo(*archive.io, archive.localHeaderOffset + archive.bytesBefore); status != StatusOk) {
+  if (int status = seekTo(*archive.io, archive.localHeaderOffset, archive.bytesBefore); status != StatusOk) {
     return status;
   }
   if (int status = readExactly(*archive.io, header, sizeof header); status != StatusOk) return status;
@@ -213,7 +215,7 @@ int levelFromFlags(uint64_t flags) {
 int refillInput(ReadEntryState& entry) {
   if (entry.stream.avail_in != 0 || entry.compressedLeft == 0) return StatusOk;
   const uint64_t n = std::min<uint64_t>(ReadBufferSize, entry.compressedLeft);
-  if (seekTo(*entry.io, entry.nextReadPosition + entry.bytesBefore) != StatusOk) return StatusIoError;
+  if (seekTo(*entry.io, entry.nextReadPosition, entry.bytesBefore) != StatusOk) return StatusIoError;
   if (readExactly(*entry.io, entry.inputBuffer.get(), n) != StatusOk) return StatusIoError;
   entry.nextReadPosition += n;
   entry.compressedLeft -= n;
@@ -332,7 +334,7 @@ int getGlobalComment(UnzipArchive& archive, char* buffer, uint64_t size) {
   if (!archiveReady(archive)) return StatusBadParameter;
   if (buffer == nullptr && size > 0) return StatusBadParameter;
   const uint64_t n = std::min(size, archive.globalCommentLength);
-  if (seekTo(*archive.io, archive.endRecordPosition + EndRecordSize) != StatusOk) return StatusIoError;
+  if (seekTo(*archive.io, archive.endRecordPosition, EndRecordSize) != StatusOk) return StatusIoError;
   if (n > 0) {
     buffer[0] = '\0';
     if (readExactly(*archive.io, buffer, n) != StatusOk) return StatusIoError;
@@ -511,7 +513,7 @@ int getLocalExtraField(UnzipArchive& archive, void* buffer, uint32_t length) {
   if (n == 0) return 0;
   // The extra field's offset is taken as it stands, without the bytes in
   // front of the archive: that is how this field has always been read.
-  if (seekTo(*archive.io, entry.localExtraOffset + entry.localExtraPosition) != StatusOk) return StatusIoError;
+  if (seekTo(*archive.io, entry.localExtraOffset, entry.localExtraPosition) != StatusOk) return StatusIoError;
   if (readExactly(*archive.io, buffer, n) != StatusOk) return StatusIoError;
   return static_cast<int>(n);
 }

@@ -108,16 +108,5 @@ TEST_F(FileIO, RemoveFileClosesAnOpenArchiveFirst) {
   EXPECT_FALSE(io.removeFile(file.c_str()));             // already gone
 }
 
-TEST_F(FileIO, AnObjectThatOpenedNothingFailsQuietly) {
-  ZipFileIO io;
-  char buffer[4];
-  EXPECT_TRUE(io.hasError());
-  EXPECT_EQ(io.read(buffer, 4), 0);
-  EXPECT_EQ(io.write(buffer, 4), 0);
-  EXPECT_EQ(io.tell(), -1);
-  EXPECT_EQ(io.seek(0, SeekFromStart), 0);
-  EXPECT_EQ(io.close(), 0);
-}
-
 }  // namespace
 }  // namespace kxzef
