@@ -2,6 +2,8 @@
 // timed on its own; every loop reports failure instead of hiding it.
 #include "bench_data.h"
 
+#include <cstdio>
+
 #include <zlib.h>
 
 #include "zip/zip_archive.h"
@@ -77,6 +79,10 @@ const std::vector<unsigned char>& deflatedInput() {
 }
 
 int rawDeflate(const unsigned char* bytes, size_t size, int level, std::vector<unsigned char>* out) {
+  return rawDeflate(size, [bytes](size_t offset, size_t) { return bytes + offset; }, level, out);
+}
+
+int rawDeflate(size_t size, const ChunkSource& source, int level, std::vector<unsigned char>* out) {
   unsigned char window[ChunkSize];
   z_stream stream{};
   int status = deflateInit2_(&stream, level, Z_DEFLATED, DeflateWindowBits, DeflateMemoryLevel,
@@ -90,8 +96,11 @@ int rawDeflate(const unsigned char* bytes, size_t size, int level, std::vector<u
   stream.next_out = window;
   stream.avail_out = sizeof window;
   for (size_t at = 0; at < size && status == Z_OK; at += ChunkSize) {
-    stream.next_in = const_cast<unsigned char*>(bytes + at);
-    stream.avail_in = static_cast<uInt>(size - at < ChunkSize ? size - at : ChunkSize);
+    const size_t count = size - at < ChunkSize ? size - at : ChunkSize;
+    const unsigned char* chunk = source(at, count);
+    if (chunk == nullptr) status = Z_ERRNO;
+    stream.next_in = const_cast<unsigned char*>(chunk);
+    stream.avail_in = chunk != nullptr ? static_cast<uInt>(count) : 0;
     while (stream.avail_in > 0 && status == Z_OK) {
       if (stream.avail_out == 0) drain();
       status = deflate(&stream, Z_NO_FLUSH);
@@ -114,10 +123,27 @@ bool writeThroughCore(const char* path, int level, size_t size, const ChunkSourc
                          level != 0 ? MethodDeflated : MethodStored, level, nullptr, nullptr, 0) == StatusOk;
   for (size_t at = 0; ok && at < size; at += ChunkSize) {
     const size_t count = size - at < ChunkSize ? size - at : ChunkSize;
-    ok = writeEntryData(archive, source(at, count), static_cast<uint32_t>(count)) == StatusOk;
+    const unsigned char* chunk = source(at, count);
+    ok = chunk != nullptr && writeEntryData(archive, chunk, static_cast<uint32_t>(count)) == StatusOk;
   }
   ok = ok && closeEntry(archive, 0, 0) == StatusOk;
   return closeForWriting(archive, nullptr) == StatusOk && ok;
+}
+
+bool writeInputFile(const char* path, size_t size) {
+  std::FILE* file = std::fopen(path, "wb");
+  if (file == nullptr) return false;
+  MixedData data;
+  unsigned char chunk[ChunkSize];
+  bool ok = true;
+  for (size_t at = 0; ok && at < size; at += ChunkSize) {
+    const size_t count = size - at < ChunkSize ? size - at : ChunkSize;
+    data.fill(chunk, count);
+    ok = std::fwrite(chunk, 1, count, file) == count;
+  }
+  ok = std::fclose(file) == 0 && ok;
+  if (!ok) std::remove(path);
+  return ok;
 }
 
 }  // namespace kxzef::bench

@@ -42,12 +42,22 @@ const std::vector<unsigned char>& inputBytes();
 // The same bytes as raw deflate data at level 6, made once per process.
 const std::vector<unsigned char>& deflatedInput();
 
-// Deflates `size` bytes at `level` in ChunkSize pieces into a 16 KiB window,
-// appending the output to `out` when it is not null. Returns zlib's status.
+// Hands out the `count` bytes at `offset` of the input; valid until the next
+// call. Null when the bytes cannot be had (a failed read).
+using ChunkSource = std::function<const unsigned char*(size_t offset, size_t count)>;
+
+// Deflates `size` bytes taken from `source` at `level` in ChunkSize pieces
+// into a 16 KiB window, appending the output to `out` when it is not null.
+// Returns zlib's status, Z_ERRNO when the source fails.
+int rawDeflate(size_t size, const ChunkSource& source, int level, std::vector<unsigned char>* out);
+
+// The same over bytes in memory.
 int rawDeflate(const unsigned char* bytes, size_t size, int level, std::vector<unsigned char>* out);
 
-// Hands out the `count` bytes at `offset` of the input; valid until the next call.
-using ChunkSource = std::function<const unsigned char*(size_t offset, size_t count)>;
+// Writes the first `size` bytes of MixedData to the file `path` in ChunkSize
+// pieces, so that even a large file is made without a copy in memory. True
+// when the whole file was written.
+bool writeInputFile(const char* path, size_t size);
 
 // Writes one entry of `size` bytes taken in ChunkSize pieces from `source`
 // into the archive `path` through the writing core, stored at level 0 and

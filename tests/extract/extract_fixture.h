@@ -1,45 +1,66 @@
-// What the extraction tests share: a fresh directory with the channels
-// captured, a look at paths on disk, and archives made by peer tools.
+// What the extraction tests share: captured channels, a look at paths on
+// disk, and one set of archives made by peer tools from the same files.
 #ifndef KXZEF_TESTS_EXTRACT_EXTRACT_FIXTURE_H
 #define KXZEF_TESTS_EXTRACT_EXTRACT_FIXTURE_H
 
-#include <cstdint>
+#include <sys/stat.h>
+#include <utime.h>
+
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "kxzefarchiver/zefarchiver.h"
 #include "support/channel_capture.h"
 #include "support/temp_dir.h"
+#include "support/zip_records.h"
 
 namespace kxzef::testing {
 
-// What lstat says about a path.
-struct PathStatus {
-  bool exists = false;
-  bool isDirectory = false;
-  unsigned permissions = 0;  // the low 12 bits of the mode
-  int64_t modified = 0;      // seconds since the epoch
+// A file packed by the peers; its time is an even second, as DOS times keep 2-second steps.
+struct PeerFile { std::string name, content; unsigned mode; time_t modified; };
+inline const std::vector<PeerFile> PeerFiles = {
+    {"tree/plain.txt", "plain text\n", 0640, 1563111926},
+    {"tree/nested/deeper/data.bin", std::string(30000, 'd') + "tail", 0751, 1041476646},  // several buffers
+    {"tree/nested/empty.txt", "", 0400, 820454398},
 };
-
-PathStatus statusOf(const std::string& path);
-
-// The text of the link at `path`, or "<no link>".
-std::string linkTargetOf(const std::string& path);
-
-// The DOS date/time word of a local time (month 1-12).
-uint32_t dosDate(int year, int month, int day, int hour, int minute, int second);
-
-// The seconds since the epoch of a local time (month 1-12), as mktime gives them.
-int64_t localSeconds(int year, int month, int day, int hour, int minute, int second);
-
-// Runs `program` with python3 from a script file in the current directory;
-// returns its exit status.
-int runPython(const std::string& program);
+inline const char* const PeerArchives[] = {"deflated.zip", "stored.zip", "python.zip"};
 
 class ExtractTest : public TempDirTest {
  protected:
-  // A reader from the exported factory, as a host gets it.
   static std::unique_ptr<ZEFArchReader> newReader() { return std::unique_ptr<ZEFArchReader>(getZipReader()); }
+
+  // A reader, as a host gets it, on `entries` written as "app.zef", extracting below the current directory.
+  std::unique_ptr<ZEFArchReader> openArchive(const std::vector<HandEntry>& entries, bool overwrite = true,
+                                             bool usePaths = true) const {
+    writeFile("app.zef", buildArchive(entries));
+    auto reader = newReader();
+    EXPECT_EQ(reader->openWithRoot("app.zef", "", overwrite, usePaths), 0);
+    return reader;
+  }
+
+  // Writes PeerFiles (and the empty directory "tree/hollow") and packs them
+  // with Info-ZIP zip, deflated and stored, and with Python's zipfile, given
+  // modes and times explicitly. False when a tool is missing.
+  bool makePeerArchives() const {
+    if (!haveProgram("zip") || !haveProgram("unzip") || !haveProgram("python3")) return false;
+    for (const PeerFile& file : PeerFiles) {
+      writeFile(file.name, file.content, file.mode);
+      const utimbuf times{file.modified, file.modified};
+      EXPECT_EQ(utime(file.name.c_str(), &times), 0);
+    }
+    EXPECT_EQ(mkdir("tree/hollow", 0700), 0);
+    writeFile("python.py", R"(import os, time, zipfile
+with zipfile.ZipFile('python.zip', 'w') as archive:
+    for directory, _, files in sorted(os.walk('tree')):
+        archive.writestr(zipfile.ZipInfo(directory + '/'), b'')
+        for path in [os.path.join(directory, name) for name in files]:
+            info = zipfile.ZipInfo(path, date_time=time.localtime(os.stat(path).st_mtime)[:6])
+            info.external_attr = os.stat(path).st_mode << 16
+            archive.writestr(info, open(path, 'rb').read(), 8 if 'data' in path else 0)  # deflated or stored
+)");
+    return runCommand("zip -qr deflated.zip tree && zip -qr0 stored.zip tree && python3 python.py") == 0;
+  }
 
   ChannelCapture capture;
 };
