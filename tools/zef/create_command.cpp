@@ -40,17 +40,27 @@ void addTree(ZEFEntryMap& inputs, const std::string& source, const std::string& 
        !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
     // Lexical, so that a link below the directory keeps its own name.
     const std::string relative = it->path().lexically_relative(source).string();
-    addInput(inputs, it->path().string(), destination.empty() ? "" : destination + "/" + relative);
+    addInput(inputs, it->path().string(), destination + "/" + relative);
   }
+}
+
+// An input without a destination is stored under its source path, less any
+// leading "/" so that extraction stays below its directory. Naming that path
+// as the destination, rather than leaving it empty, lets links among the
+// inputs find the entries they point to instead of storing those files twice.
+void addNamedTree(ZEFEntryMap& inputs, const std::string& source, const std::string& destination) {
+  if (!destination.empty()) return addTree(inputs, source, destination);
+  const size_t start = source.find_first_not_of('/');
+  addTree(inputs, source, start == std::string::npos ? "" : source.substr(start));
 }
 
 // "SOURCE" or "SOURCE=DEST".
 void addArgument(ZEFEntryMap& inputs, const std::string& argument) {
   const size_t equals = argument.find('=');
   if (equals == std::string::npos) {
-    addTree(inputs, argument, "");
+    addNamedTree(inputs, argument, "");
   } else {
-    addTree(inputs, argument.substr(0, equals), argument.substr(equals + 1));
+    addNamedTree(inputs, argument.substr(0, equals), argument.substr(equals + 1));
   }
 }
 
@@ -64,9 +74,9 @@ bool addManifest(ZEFEntryMap& inputs, const std::string& manifest) {
     if (line.empty()) continue;
     const size_t tab = line.find('\t');
     if (tab == std::string::npos) {
-      addTree(inputs, line, "");
+      addNamedTree(inputs, line, "");
     } else {
-      addTree(inputs, line.substr(0, tab), line.substr(tab + 1));
+      addNamedTree(inputs, line.substr(0, tab), line.substr(tab + 1));
     }
   }
   return true;
