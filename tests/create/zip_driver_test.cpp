@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <unistd.h>
-
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
@@ -18,12 +16,13 @@ using ZipDriverTest = testing::TempDirTest;
 
 TEST_F(ZipDriverTest, ExtensionIsAddedOnlyWhenNoDotStandsAnywhere) {
   const std::string longDirectory(100, 'd');
-  mkdir("dir.d", 0755);
-  mkdir(longDirectory.c_str(), 0755);
+  std::filesystem::create_directory("dir.d");
+  std::filesystem::create_directory(longDirectory);
   const std::pair<std::string, std::string> rows[] = {  // name given, file created
       {"out", "out.zef"}, {"out.zip", "out.zip"}, {"", ".zef"},
       {"dir.d/out", "dir.d/out"},  // the directory's "." counts
-      {longDirectory + "/" + std::string(199, 'n'), longDirectory + "/" + std::string(154, 'n') + ".zef"},  // cut to 255
+      // At most 255 bytes of the name are used.
+      {longDirectory + "/" + std::string(199, 'n'), longDirectory + "/" + std::string(154, 'n') + ".zef"},
   };
   for (const auto& [name, created] : rows) {
     std::unique_ptr<ZEFArchWriter> writer(getZipWriter());
@@ -31,35 +30,34 @@ TEST_F(ZipDriverTest, ExtensionIsAddedOnlyWhenNoDotStandsAnywhere) {
     EXPECT_EQ(writer->close(), 0);
     EXPECT_EQ(readFile(created).size(), 22u) << created;  // an empty archive is its end record
   }
-  EXPECT_NE(access("out", F_OK), 0);
+  EXPECT_FALSE(std::filesystem::exists("out"));
 }
 
-TEST_F(ZipDriverTest, RefusalsAreReportedAndAFailedCreationRemovesTheCallersExactName) {
+TEST_F(ZipDriverTest, RefusalsFailedCreationAndTemporaryFilesAreHandledAndReported) {
   writeFile("a.zef", "keep me");
   writeFile("empty", "");
   writeFile("out", "a file that happens to carry the caller's name");
-  testing::ChannelCapture capture;
-  ZipDriver driver;
-  EXPECT_EQ(driver.openWithOptions("a", false, 0), DriverRefused);
-  EXPECT_FALSE(driver.getOverwrite());  // stored before the refusal
-  EXPECT_EQ(driver.getCompressionLevel(), 0);
-  EXPECT_EQ(readFile("a.zef"), "keep me");
-  EXPECT_EQ(driver.open("no/such/dir/x.zef"), DriverCannotOpen);
-  EXPECT_EQ(capture.error(),
-            "The file 'a.zef' already exists and overwrite is not enabled. Stopping.\n"
-            "Error opening 'no/such/dir/x.zef'\n");
-  ZEFEntryMap inputs{{"empty", ZEFEntryRecord()}};
-  CreationContext context;
-  EXPECT_EQ(driver.createArchive("out", inputs, &context), -1);
-  EXPECT_NE(access("out", F_OK), 0);
-  EXPECT_EQ(access("out.zef", F_OK), 0);  // the half-written archive under the extended name stays
-}
-
-TEST_F(ZipDriverTest, DestructorRemovesTemporaryFilesAndReportsWhatItCannot) {
   writeFile("scratch", "x");
   testing::ChannelCapture capture;
-  std::make_unique<ZipDriver>()->temporaryFiles = {"missing", "scratch"};  // destroyed at once
-  EXPECT_NE(access("scratch", F_OK), 0);
+  {
+    ZipDriver driver;
+    EXPECT_EQ(driver.openWithOptions("a", false, 0), DriverRefused);
+    EXPECT_FALSE(driver.getOverwrite());  // stored before the refusal
+    EXPECT_EQ(driver.getCompressionLevel(), 0);
+    EXPECT_EQ(driver.open("no/such/dir/x.zef"), DriverCannotOpen);
+    EXPECT_EQ(capture.error(),
+              "The file 'a.zef' already exists and overwrite is not enabled. Stopping.\n"
+              "Error opening 'no/such/dir/x.zef'\n");
+    ZEFEntryMap inputs{{"empty", ZEFEntryRecord()}};
+    CreationContext context;
+    EXPECT_EQ(driver.createArchive("out", inputs, &context), -1);
+    capture.clear();
+    driver.temporaryFiles = {"missing", "scratch"};  // the destructor removes them
+  }
+  EXPECT_EQ(readFile("a.zef"), "keep me");
+  EXPECT_FALSE(std::filesystem::exists("out"));
+  EXPECT_TRUE(std::filesystem::exists("out.zef"));  // the half-written archive under the extended name stays
+  EXPECT_FALSE(std::filesystem::exists("scratch"));
   EXPECT_EQ(capture.error(),
             "Warning: Failed to remove temporary file\n 'missing'. \n Verify file ownership and access "
             "permissions; check and clean up temporary directory.\n"

@@ -3,6 +3,7 @@
 #ifndef KXZEF_TESTS_SUPPORT_CHANNEL_CAPTURE_H
 #define KXZEF_TESTS_SUPPORT_CHANNEL_CAPTURE_H
 
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -40,9 +41,7 @@ class ChannelCapture {
     return static_cast<int>(writes.back().size());
   }
   static std::string joined(const std::vector<std::string>& writes) {
-    std::string all;
-    for (const std::string& write : writes) all += write;
-    return all;
+    return std::accumulate(writes.begin(), writes.end(), std::string());
   }
   inline static ChannelCapture* active = nullptr;
 };

@@ -8,18 +8,14 @@ namespace kxzef::testing {
 
 namespace {
 
+// Raw deflate (no zlib header) at the best level: zlib's stream without its
+// 2-byte header and 4-byte Adler-32 trailer.
 std::string rawDeflate(const std::string& content) {
-  z_stream stream{};
-  deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
-  std::string out(deflateBound(&stream, content.size()), '\0');
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(content.data()));
-  stream.avail_in = static_cast<uInt>(content.size());
-  stream.next_out = reinterpret_cast<Bytef*>(out.data());
-  stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(stream.total_out);
-  deflateEnd(&stream);
-  return out;
+  uLongf size = compressBound(content.size());
+  std::string out(size, '\0');
+  compress2(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(content.data()),
+            content.size(), Z_BEST_COMPRESSION);
+  return out.substr(2, size - 6);
 }
 
 void putLE(std::string& out, uint64_t value, int width) {
