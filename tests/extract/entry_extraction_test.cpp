@@ -10,8 +10,6 @@
 
 #include "extract/extract_fixture.h"
 #include "extract/unzip_driver.h"
-#include "support/archive_bytes.h"
-#include "support/standard_input.h"
 
 namespace kxzef {
 namespace {

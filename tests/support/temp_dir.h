@@ -35,6 +35,10 @@ int runCommand(const std::string& command);
 // True when `program` is on the PATH.
 bool haveProgram(const std::string& program);
 
+// Makes standard input read `text`, then end of input, from a file in the
+// current directory. Returns false when that could not be arranged.
+bool feedStandardInput(const std::string& text);
+
 }  // namespace kxzef::testing
 
 #endif

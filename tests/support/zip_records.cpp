@@ -1,24 +1,34 @@
-// Builders for hand-made ZIP bytes; they write exactly the fields they are
-// given, true or not, and never check them.
+// Builders write exactly the fields they are given and never check them; the
+// parser trusts nothing it reads.
 #include "support/zip_records.h"
 
 #include <zlib.h>
 
 namespace kxzef::testing {
 
+namespace {
+
+// Raw deflate (no zlib header) at the best level: zlib's stream without its
+// 2-byte header and 4-byte Adler-32 trailer.
 std::string rawDeflate(const std::string& content) {
-  z_stream stream{};
-  deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, 8, Z_DEFAULT_STRATEGY);
-  std::string out(deflateBound(&stream, content.size()), '\0');
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(content.data()));
-  stream.avail_in = static_cast<uInt>(content.size());
-  stream.next_out = reinterpret_cast<Bytef*>(out.data());
-  stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(stream.total_out);
-  deflateEnd(&stream);
-  return out;
+  uLongf size = compressBound(content.size());
+  std::string out(size, '\0');
+  compress2(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(content.data()),
+            content.size(), Z_BEST_COMPRESSION);
+  return out.substr(2, size - 6);
 }
+
+void putLE(std::string& out, uint64_t value, int width) {
+  for (int i = 0; i < width; ++i) out.push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
+}
+
+uint64_t little(const std::string& bytes, size_t offset, int width) {
+  uint64_t value = 0;
+  for (int i = width - 1; i >= 0; --i) value = value << 8 | static_cast<unsigned char>(bytes[offset + i]);
+  return value;
+}
+
+}  // namespace
 
 std::string sampleText(size_t size) {
   std::string text;
@@ -48,10 +58,6 @@ HandEntry deflatedEntry(const std::string& name, const std::string& content) {
   entry.data = rawDeflate(content);
   entry.compressedSize = entry.data.size();
   return entry;
-}
-
-void putLE(std::string& out, uint64_t value, int width) {
-  for (int i = 0; i < width; ++i) out.push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
 }
 
 void patchLE(std::string& bytes, size_t offset, uint64_t value, int width) {
@@ -130,6 +136,82 @@ std::string buildArchive(const std::vector<HandEntry>& entries, const std::strin
   }
   const uint64_t directorySize = archive.size() - directoryOffset;
   return archive + endRecord(entries.size(), entries.size(), directorySize, directoryOffset, comment);
+}
+
+namespace {
+
+// Reads the local header the central entry points at; false when it is out of
+// bounds or disagrees with the central one.
+bool parseLocal(const std::string& bytes, HandEntry& entry) {
+  const size_t at = entry.localHeaderOffset;
+  if (at + 30 > bytes.size() || little(bytes, at, 4) != 0x04034B50) return false;
+  const size_t nameLength = little(bytes, at + 26, 2), extraLength = little(bytes, at + 28, 2);
+  const size_t data = at + 30 + nameLength + extraLength;
+  if (data + entry.compressedSize > bytes.size()) return false;
+  entry.localExtra = bytes.substr(at + 30 + nameLength, extraLength);
+  entry.data = bytes.substr(data, entry.compressedSize);
+  return little(bytes, at + 14, 4) == entry.crc && little(bytes, at + 18, 4) == entry.compressedSize &&
+         little(bytes, at + 22, 4) == entry.uncompressedSize && little(bytes, at + 6, 2) == entry.flags &&
+         little(bytes, at + 8, 2) == entry.method;
+}
+
+}  // namespace
+
+ParsedArchive parseArchive(const std::string& bytes) {
+  ParsedArchive archive;
+  const size_t end = bytes.rfind(std::string("PK\x05\x06", 4));
+  if (end == std::string::npos || end + 22 > bytes.size()) return archive;
+  archive.entriesOnDisk = little(bytes, end + 8, 2);
+  archive.entriesTotal = little(bytes, end + 10, 2);
+  size_t at = little(bytes, end + 16, 4);
+  while (at + 46 <= end && little(bytes, at, 4) == 0x02014B50) {
+    HandEntry entry;
+    entry.versionMadeBy = little(bytes, at + 4, 2);
+    entry.versionNeeded = little(bytes, at + 6, 2);
+    entry.flags = little(bytes, at + 8, 2);
+    entry.method = little(bytes, at + 10, 2);
+    entry.dosDate = little(bytes, at + 12, 4);
+    entry.crc = little(bytes, at + 16, 4);
+    entry.compressedSize = little(bytes, at + 20, 4);
+    entry.uncompressedSize = little(bytes, at + 24, 4);
+    const size_t nameLength = little(bytes, at + 28, 2), extraLength = little(bytes, at + 30, 2);
+    entry.internalAttributes = little(bytes, at + 36, 2);
+    entry.externalAttributes = little(bytes, at + 38, 4);
+    entry.localHeaderOffset = little(bytes, at + 42, 4);
+    entry.name = bytes.substr(at + 46, nameLength);
+    entry.centralExtra = bytes.substr(at + 46 + nameLength, extraLength);
+    if (!parseLocal(bytes, entry)) return archive;
+    at += 46 + nameLength + extraLength + little(bytes, at + 32, 2);
+    archive.entries.push_back(std::move(entry));
+  }
+  archive.valid = at == end;
+  return archive;
+}
+
+std::vector<std::string> entryNames(const std::string& bytes) {
+  std::vector<std::string> names;
+  for (const HandEntry& entry : parseArchive(bytes).entries) names.push_back(entry.name);
+  return names;
+}
+
+std::string entryContent(const HandEntry& entry) {
+  if (entry.method == 0) return entry.data;
+  std::string out(entry.uncompressedSize, '\0');
+  z_stream stream{};
+  if (inflateInit2(&stream, -MAX_WBITS) != Z_OK) return "<inflate failed>";
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(entry.data.data()));
+  stream.avail_in = static_cast<uInt>(entry.data.size());
+  stream.next_out = reinterpret_cast<Bytef*>(out.data());
+  stream.avail_out = static_cast<uInt>(out.size());
+  const int status = inflate(&stream, Z_FINISH);
+  inflateEnd(&stream);
+  return status == Z_STREAM_END || (status == Z_BUF_ERROR && out.empty()) ? out : "<inflate failed>";
+}
+
+std::string linkBlock(const std::string& target) {
+  std::string block("\x0D\0", 2);
+  putLE(block, target.size() + 16, 2);
+  return block + std::string(12, '\0') + target;
 }
 
 }  // namespace kxzef::testing

@@ -1,5 +1,5 @@
-// Hand-built ZIP records for tests: every field of a local header, central
-// header and end record can be set, so that a test can make one of them lie.
+// ZIP records for tests, independent of the library's cores: builders that
+// write every field as given, true or not, and a small parser that reads them back.
 #ifndef KXZEF_TESTS_SUPPORT_ZIP_RECORDS_H
 #define KXZEF_TESTS_SUPPORT_ZIP_RECORDS_H
 
@@ -37,13 +37,9 @@ HandEntry deflatedEntry(const std::string& name, const std::string& content);
 // Lines of numbers: text that deflates, but not so well that a large one fits
 // in one input block.
 std::string sampleText(size_t size);
-
-// Raw deflate (no zlib header) of `content`, and its CRC-32.
-std::string rawDeflate(const std::string& content);
 uint32_t crcOf(const std::string& content);
 
-// Appends `value` as `width` little-endian bytes; overwrites them at `offset`.
-void putLE(std::string& out, uint64_t value, int width);
+// Overwrites `width` little-endian bytes at `offset`.
 void patchLE(std::string& bytes, size_t offset, uint64_t value, int width);
 
 std::string localHeader(const HandEntry& entry);
@@ -56,6 +52,22 @@ std::string endRecord(uint64_t entriesOnDisk, uint64_t totalEntries, uint64_t di
 // from entries[i]), so a test can make a local header disagree.
 std::string buildArchive(const std::vector<HandEntry>& entries, const std::string& comment = "",
                          const std::vector<HandEntry>* locals = nullptr);
+
+struct ParsedArchive {
+  bool valid = false;  // end record and every header found where the records say, local agreeing with central
+  uint64_t entriesOnDisk = 0;
+  uint64_t entriesTotal = 0;
+  std::vector<HandEntry> entries;  // central fields, with the local extra field and the stored data
+};
+ParsedArchive parseArchive(const std::string& bytes);
+std::vector<std::string> entryNames(const std::string& bytes);  // in directory order
+
+// The entry's content: stored data as it is, deflated data inflated.
+std::string entryContent(const HandEntry& entry);
+
+// The Unix link block this library writes: tag 13, a length that counts its
+// own header (target length + 16), 12 zero bytes, the target.
+std::string linkBlock(const std::string& target);
 
 }  // namespace kxzef::testing
 

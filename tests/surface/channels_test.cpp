@@ -25,7 +25,7 @@ TEST(Channels, WithoutHandlersTheErrorChannelGoesToStandardOutput) {
 TEST(Channels, EndlAndEmbeddedNulReachTheHandlerAsSingleTexts) {
   ChannelCapture capture;
   getOutputStream() << std::endl << std::string("before\0after", 12);
-  EXPECT_EQ(capture.outputWrites(), (std::vector<std::string>{"\n", "before"}));
+  EXPECT_EQ(capture.outputWrites, (std::vector<std::string>{"\n", "before"}));
 }
 
 int refusals = 0;

@@ -27,9 +27,9 @@ TEST(MessageReport, FirstMessageRegistersTheCatalogueExactlyOnce) {
 TEST(MessageReport, WritesTheMessageWithItsNewlineInOneWrite) {
   ChannelCapture capture;
   reportMessage(getMessageContext(), getErrorStream(), UNZIPDRIVER_ZEF_FILE_DOES_NOT_EXIST, "app.zef");
-  EXPECT_EQ(capture.errorWrites(), std::vector<std::string>{"The ZEF archive 'app.zef' does not exist!\n"});
+  EXPECT_EQ(capture.errorWrites, std::vector<std::string>{"The ZEF archive 'app.zef' does not exist!\n"});
   reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_COMPUTING_ZEF_LINK_TARGET, "l", "t");
-  EXPECT_EQ(capture.errorWrites().back(),  // a text ending in a newline still gets one more
+  EXPECT_EQ(capture.errorWrites.back(),  // a text ending in a newline still gets one more
             "Could not compute ZEF archive link target for symbolic link:\n 'l'\n. Data read from "
             "symbolic link:\n 't'\n\n");
   reportMessageNoNewline(getMessageContext(), getOutputStream(), ZEFARCHIVER_ERROR_SYSTEM_ERROR_TEXT, "boom");

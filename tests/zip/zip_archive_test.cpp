@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "support/archive_bytes.h"
 #include "support/temp_dir.h"
 #include "support/zip_records.h"
 
@@ -107,14 +106,14 @@ TEST_F(WritingCore, PythonReadsBackEveryFieldAndByte) {
 TEST_F(WritingCore, HeadersAgreeAndTheReadingCoreReadsEveryEntryBack) {
   const std::vector<EntrySpec> entries = mixedEntries();
   ASSERT_NO_FATAL_FAILURE(writeArchive(path("mixed.zip"), entries));
-  const testing::ArchiveBytes parsed = testing::parseArchive(readFile(path("mixed.zip")));
+  const testing::ParsedArchive parsed = testing::parseArchive(readFile(path("mixed.zip")));
   ASSERT_TRUE(parsed.valid);
   ASSERT_EQ(parsed.entries.size(), entries.size());
   EXPECT_EQ(parsed.entriesOnDisk, entries.size());
   UnzipArchive archive;
   ASSERT_TRUE(openArchive(archive, "mixed.zip", nullptr));
   for (size_t i = 0; i < entries.size(); ++i, goToNextEntry(archive)) {
-    const testing::CentralEntry& entry = parsed.entries[i];
+    const testing::HandEntry& entry = parsed.entries[i];
     SCOPED_TRACE(entries[i].name);
     EXPECT_EQ(entry.crc, crcOf(entries[i].content));  // 0 for the empty entries
     EXPECT_EQ(entry.flags, entries[i].flags);
@@ -144,21 +143,21 @@ TEST_F(WritingCore, LinkTargetGoesIntoBothExtraFields) {
   // Tag 13, length 27 (the 11-byte target and the whole 16-byte header), 12 zero bytes, target.
   const std::string readBlock = std::string("\x0d\x00\x1b\x00", 4) + std::string(12, '\0') + "target/file";
   const std::string expected[] = {readBlock, testing::linkBlock("given/target"), "", ""};
-  const testing::ArchiveBytes parsed = testing::parseArchive(readFile(path("links.zip")));
+  const testing::ParsedArchive parsed = testing::parseArchive(readFile(path("links.zip")));
   ASSERT_TRUE(parsed.valid);
   ASSERT_EQ(parsed.entries.size(), 4u);
   for (size_t i = 0; i < 4; ++i) {
-    EXPECT_EQ(parsed.entries[i].extra, expected[i]) << parsed.entries[i].name;
+    EXPECT_EQ(parsed.entries[i].centralExtra, expected[i]) << parsed.entries[i].name;
     EXPECT_EQ(parsed.entries[i].localExtra, expected[i]) << parsed.entries[i].name;
   }
-  EXPECT_EQ(parsed.entries[0].storedData, "target/file");  // the block does not displace the data
+  EXPECT_EQ(parsed.entries[0].data, "target/file");  // the block does not displace the data
 }
 
 TEST_F(WritingCore, EntryCountAbove65535IsRecordedAsZero) {
   std::vector<EntrySpec> entries(65536, EntrySpec{"", "", 0, 0, 0, 0});
   for (size_t i = 0; i < entries.size(); ++i) entries[i].name = std::to_string(100000 + i);
   ASSERT_NO_FATAL_FAILURE(writeArchive(path("many.zip"), entries));
-  const testing::ArchiveBytes parsed = testing::parseArchive(readFile(path("many.zip")));
+  const testing::ParsedArchive parsed = testing::parseArchive(readFile(path("many.zip")));
   EXPECT_TRUE(parsed.valid);  // headers straddle the directory's blocks intact
   EXPECT_EQ(parsed.entriesOnDisk, 0u);
   EXPECT_EQ(parsed.entriesTotal, 0u);
