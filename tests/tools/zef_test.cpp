@@ -71,6 +71,10 @@ TEST_F(ZefTool, CreateListAndExtractATree) {
   ASSERT_EQ(zef("extract out.zef -d only APP/ETC/RUN.CONF").status, 0);  // names compare without regard to case
   EXPECT_EQ(readFile("only/app/etc/run.conf"), "speed=fast\n");
   EXPECT_FALSE(fs::exists("only/app/bin/run"));
+  // Without a destination, a linked input is stored once, under its own name.
+  ASSERT_EQ(zef("create bare.zef src").status, 0);
+  ASSERT_EQ(zef("extract bare.zef -d bare").status, 0) << readFile("zef.err");
+  EXPECT_EQ(fs::read_symlink("bare/src/bin/conf"), "../etc/run.conf");
 }
 
 TEST_F(ZefTool, LibraryFailuresExitOneAndNameTheFile) {
