@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <string>
-
 #include "input/duplicate_entry.h"
 #include "support/channel_capture.h"
 #include "support/temp_dir.h"
@@ -13,18 +11,16 @@ namespace {
 
 std::string duplicateMessage(const std::string& previous, const std::string& source, const std::string& destination) {
   return "File \n '" + previous + "' \n and file '" + source + "' \n both have the same ZIP file destination: \n '" +
-         destination +
-         "'\n This will cause the data in the second file to overwrite that in the\n first when archive is "
-         "unpacked. This is not permitted.\n";
+         destination + "'\n This will cause the data in the second file to overwrite that in the\n first when archive "
+         "is unpacked. This is not permitted.\n";
 }
 
 class DuplicateEntry : public testing::TempDirTest {
  protected:
   // The check's result followed by what it reported, which is then cleared.
-  std::string check(const std::string& source, const std::string& destination) {
-    const int result =
-        checkDuplicateEntry("link", "dest", source.c_str(), destination.c_str(), "/d", recorded_, inputs_);
-    const std::string outcome = std::to_string(result) + capture_.error();
+  std::string check(const std::string& source, const std::string& zipName) {
+    const int result = checkDuplicateEntry("link", "dest", source.c_str(), zipName.c_str(), "/d", recorded_, inputs_);
+    const std::string outcome = std::to_string(result) + capture_.error();  // the report follows the check
     capture_.clear();
     return outcome;
   }

@@ -2,9 +2,6 @@
 
 #include <unistd.h>
 
-#include <fstream>
-#include <string>
-
 #include "input/link_target.h"
 #include "input/path_readers.h"
 #include "input/plain_file_reader.h"
@@ -24,8 +21,7 @@ class LinkTarget : public testing::TempDirTest {
     return computeLinkTarget(ZEFEntryRecord(), findInputRoot(source, "app/bin/run"), source, "app/bin/run",
                              reader ? *reader : linkReader, buffer_.data(), bufferSize, text_, target_, stored_);
   }
-  std::string buffer_;
-  std::string text_, target_, stored_;
+  std::string buffer_, text_, target_, stored_;
 };
 
 TEST_F(LinkTarget, InputRootDropsWholeTrailingComponentsButTheFirst) {
@@ -40,7 +36,6 @@ TEST_F(LinkTarget, StoresTargetsRelativeToTheLinkKeepingDanglingDataAndRoomForTh
   const std::string absolute = path("app/bin/run");
   const std::string rows[][4] = {
       {"../lib/x", absolute, "app/lib/x", "../lib/x"},
-      {"../lib/x", "app/bin/run", "app/lib/x", "../lib/x"},                      // relative source
       {"y", absolute, "app/bin/y", "y"},                                         // own directory
       {"../missing/z", absolute, "app/bin/../missing/z", "../missing/z"},        // dangling
       {"/usr/lib/libq.so.1", absolute, "usr/lib/libq.so.1", "../../usr/lib/libq.so.1"},  // outside
@@ -54,23 +49,20 @@ TEST_F(LinkTarget, StoresTargetsRelativeToTheLinkKeepingDanglingDataAndRoomForTh
     EXPECT_EQ(target_ + " | " + stored_, target + " | " + stored) << data;
   }
   EXPECT_EQ(capture.error(), "");
-  unlink(absolute.c_str());
-  ASSERT_EQ(symlink(std::string(16, 'e').c_str(), absolute.c_str()), 0);
-  ASSERT_EQ(compute(absolute, nullptr, 16), 0);  // data of the buffer's size: room kept for the NUL
+  ASSERT_EQ(symlink(std::string(16, 'e').c_str(), "long"), 0);
+  ASSERT_EQ(compute(path("long"), nullptr, 16), 0);  // data of the buffer's size: room kept for the NUL
   EXPECT_STREQ(buffer_.c_str(), std::string(15, 'e').c_str());
 }
 
 TEST_F(LinkTarget, EmptyInputReportsTheZeroLengthMessage) {
-  writeFile("empty", "");
-  std::ifstream stream("empty", std::ios::binary);
+  std::ifstream stream(writeFile("empty", ""), std::ios::binary);
   ZEFFileReaderWithoutTransform empty(&stream);
   testing::ChannelCapture capture;
   EXPECT_EQ(compute("empty", &empty), -1);
   EXPECT_EQ(empty.getStatus(), ReaderEmptyInput);
-  EXPECT_EQ(capture.error(),
-            "The file \n 'empty' \n is empty (zero bytes long). \n\n This file cannot be added to the ZEF archive "
-            "because it will cause an error \n when the application or library is run. Add valid content to this "
-            "file if\n your application or library requires this file.\n");
+  EXPECT_EQ(capture.error(), "The file \n 'empty' \n is empty (zero bytes long). \n\n This file cannot be added to the "
+                             "ZEF archive because it will cause an error \n when the application or library is run. "
+                             "Add valid content to this file if\n your application or library requires this file.\n");
 }
 
 }  // namespace

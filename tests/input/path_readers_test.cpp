@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
 #include <unistd.h>
-
-#include <string>
 
 #include "input/path_readers.h"
 #include "input/reader_status.h"
@@ -15,18 +12,15 @@ namespace {
 using PathReaders = testing::TempDirTest;
 
 TEST_F(PathReaders, DirectoryReadsNothingAndLinkYieldsItsTextWithoutNulEvenWhenDangling) {
-  ASSERT_EQ(mkdir("dir", 0755), 0);
-  ZEFDirectoryReader directory(path("dir"));
+  ZEFDirectoryReader directory(path());
   std::string buffer(64, '#');
   EXPECT_EQ(directory.read(&buffer[0], 64), 0);
   EXPECT_EQ(directory.getStatus(), ReaderOk);
-  for (const auto& [link, text] : {std::pair<std::string, std::string>{"live", "dir"}, {"dangling", "../none"}}) {
-    ASSERT_EQ(symlink(text.c_str(), link.c_str()), 0);
-    ZEFSymbolicLinkReader reader(path(link));
-    ASSERT_EQ(reader.read(&buffer[0], 64), static_cast<int>(text.size())) << text;
-    EXPECT_EQ(buffer.substr(0, text.size() + 1), text + "#");  // no terminator written
-    EXPECT_EQ(reader.getStatus(), ReaderOk);
-  }
+  ASSERT_EQ(symlink("../none", "dangling"), 0);  // live links are read throughout the link target tests
+  ZEFSymbolicLinkReader reader(path("dangling"));
+  ASSERT_EQ(reader.read(&buffer[0], 64), 7);
+  EXPECT_EQ(buffer.substr(0, 8), "../none#");  // no terminator written
+  EXPECT_EQ(reader.getStatus(), ReaderOk);
 }
 
 }  // namespace

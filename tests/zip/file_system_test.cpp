@@ -1,10 +1,9 @@
 #include "zip/file_system.h"
 
-#include <sys/stat.h>
-
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -15,14 +14,9 @@ namespace {
 
 using FileSystem = testing::TempDirTest;
 
-bool isDirectory(const char* path) {
-  struct stat status;
-  return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
-}
-
 TEST_F(FileSystem, MakeDirPathCreatesEveryLevelAndCountsPresentPathsAsMade) {
   EXPECT_EQ(makeDirPath("a\\b\\c/"), 1);
-  EXPECT_TRUE(isDirectory("a") && isDirectory("a/b") && isDirectory("a/b/c"));
+  EXPECT_TRUE(std::filesystem::is_directory("a/b/c"));
   EXPECT_EQ(makeDirPath("a\\b\\c/"), 1);
   EXPECT_EQ(makeDirPath(""), 0);
   writeFile("file", "x");
@@ -37,12 +31,10 @@ TEST_F(FileSystem, GetFileTimeTakesDirSlashAsDirAndGivesTheEpochForStandardInput
   ASSERT_EQ(getFileTime("dir/", time), 1);
   EXPECT_EQ(std::vector<uint32_t>({time.year, time.month, time.dayOfMonth, time.hour, time.minute, time.second}),
             (std::vector<uint32_t>{103, 4, 5, 6, 7, 8}));  // years since 1900
-  std::tm epoch{};
   const time_t zero = 0;
-  localtime_r(&zero, &epoch);
+  const std::tm epoch = *std::localtime(&zero);
   EXPECT_EQ(getFileTime("-", time), 0);
-  EXPECT_EQ(time.year, static_cast<uint32_t>(epoch.tm_year));
-  EXPECT_EQ(time.hour, static_cast<uint32_t>(epoch.tm_hour));
+  EXPECT_EQ(std::make_pair(time.year, time.hour), (std::pair<uint32_t, uint32_t>(epoch.tm_year, epoch.tm_hour)));
 }
 
 }  // namespace

@@ -15,18 +15,12 @@ namespace kxzef {
 namespace {
 
 using testing::buildArchive;
-using testing::crcOf;
 using testing::HandEntry;
-using testing::patchLE;
 using testing::sampleText;
 using testing::storedEntry;
 
-struct ReadOutcome {
-  int openStatus;
-  int lastRead;  // the last read's result: 0 at the entry's end, a failing status, or a count
-  std::string data;
-  int closeStatus;
-};
+// lastRead: the last read's result, 0 at the entry's end, a failing status, or a count.
+struct ReadOutcome { int openStatus, lastRead; std::string data; int closeStatus; };
 
 class ReadingCore : public testing::TempDirTest {
  protected:
@@ -59,7 +53,7 @@ class ReadingCore : public testing::TempDirTest {
       const ReadOutcome read = readCurrent();
       EXPECT_EQ(read.closeStatus, StatusOk) << name;
       out << name << ' ' << info.crc << ' ' << info.compressedSize << ' ' << info.uncompressedSize << ' '
-          << info.compressionMethod << ' ' << crcOf(read.data) << ' ' << read.data.size() << '\n';
+          << info.compressionMethod << ' ' << testing::crcOf(read.data) << ' ' << read.data.size() << '\n';
     }
     EXPECT_EQ(status, StatusEndOfList);
     return out.str();
@@ -67,14 +61,11 @@ class ReadingCore : public testing::TempDirTest {
 
   // The same listing from Python's zipfile, the independent judge.
   std::string pythonListing(const std::string& file) {
-    std::ofstream("listing.py") << "import sys, zipfile, zlib\n"
-                                   "z = zipfile.ZipFile(sys.argv[1])\n"
-                                   "for i in z.infolist():\n"
-                                   "    d = z.read(i)\n"
-                                   "    print(i.filename, i.CRC, i.compress_size, i.file_size, i.compress_type,"
-                                   " zlib.crc32(d), len(d))\n";
-    if (testing::runCommand("python3 listing.py '" + file + "' > listing.txt") != 0) return "<python failed>";
-    return readFile("listing.txt");
+    std::ofstream("listing.py") << "import sys, zipfile, zlib\nz = zipfile.ZipFile(sys.argv[1])\n"
+                                   "for i in z.infolist():\n    d = z.read(i)\n    print(i.filename, i.CRC, "
+                                   "i.compress_size, i.file_size, i.compress_type, zlib.crc32(d), len(d))\n";
+    return testing::runCommand("python3 listing.py " + file + " > listing.txt") ? "<python failed>"
+                                                                                 : readFile("listing.txt");
   }
 
   UnzipArchive archive;
@@ -85,20 +76,13 @@ TEST_F(ReadingCore, EndRecordIsFoundOnlyWithinItsReachAndMustBeConsistent) {
   const HandEntry entry = storedEntry("a", std::string(5000, 'x'));
   const std::string good = buildArchive({entry});
   const size_t end = good.size() - 22;
-  const auto patched = [&](size_t offset, uint64_t value, int width) {
-    std::string bytes = good;
-    patchLE(bytes, end + offset, value, width);
-    return bytes;
+  const auto patched = [&](size_t offset, uint64_t value, int width, std::string bytes = {}) {
+    return testing::patchLE(bytes = good, end + offset, value, width), bytes;
   };
   const auto commented = [&](size_t length) { return buildArchive({entry}, std::string(length, 'c')); };
-  const struct {
-    std::string bytes;
-    bool opens;
-    const char* why;
-  } rows[] = {
+  const struct { std::string bytes; bool opens; const char* why; } rows[] = {
       {good, true, "no comment"},
       {commented(1002), true, "record at the first search window's edge"},
-      {commented(65000), true, "65,000-byte comment"},
       {commented(65513), true, "record starts exactly 65,535 bytes from the end"},
       {commented(65514), false, "record one byte further away"},
       {"", false, "empty file"},
@@ -115,48 +99,35 @@ TEST_F(ReadingCore, EndRecordIsFoundOnlyWithinItsReachAndMustBeConsistent) {
   }
 }
 
-TEST_F(ReadingCore, ReadsArchivesMadeByZipWithAndWithoutAPrefix) {
-  if (!testing::haveProgram("zip")) GTEST_SKIP() << "Info-ZIP zip is not installed";
-  if (!testing::haveProgram("python3")) GTEST_SKIP() << "python3 (the judge) is not installed";
+TEST_F(ReadingCore, ReadsArchivesMadeByZipAndPythonWithAndWithoutAPrefix) {
+  if (!testing::haveProgram("zip") || !testing::haveProgram("python3")) GTEST_SKIP() << "zip or python3 missing";
   writeFile("stored.txt", sampleText(40000));
   writeFile("empty", "");
   writeFile("dir/text.txt", sampleText(300000));
+  std::ofstream("make.py") << "import zipfile\nwith zipfile.ZipFile('p.zip', 'w') as z:\n"
+                              "    z.comment = b'archive comment'\n    z.writestr('stored', b'hello stored')\n"
+                              "    z.writestr('deflated', b'deflate me ' * 3000, compress_type=zipfile.ZIP_DEFLATED)\n"
+                              "    z.writestr('empty', b'')\n";
   ASSERT_EQ(testing::runCommand("zip -q -X -0 z.zip stored.txt empty && zip -q -X -9 -r z.zip dir && "
                                 "printf stub-code > stub && cat stub z.zip > sfx.zip && cat sfx.zip > adjusted.zip && "
-                                "zip -qA adjusted.zip"),  // -A: offsets count from the start of the file
+                                "zip -qA adjusted.zip && "  // -A: offsets count from the start of the file
+                                "python3 make.py && printf 'MZ-stub' > psfx.zip && cat p.zip >> psfx.zip"),
             0);
-  for (const std::string file : {"z.zip", "sfx.zip", "adjusted.zip"}) {
-    ASSERT_TRUE(openArchive(archive, path(file).c_str(), nullptr)) << file;
-    EXPECT_EQ(archive.bytesBefore, file == "sfx.zip" ? 9u : 0u) << file;
-    const std::string listing = walkListing();
-    EXPECT_EQ(listing, pythonListing(path(file))) << file;
-    EXPECT_NE(listing.find("dir/text.txt "), std::string::npos) << file;
-    closeArchive(archive);
+  const std::pair<std::string, uint64_t> files[] = {{"z.zip", 0}, {"sfx.zip", 9}, {"adjusted.zip", 0}, {"psfx.zip", 7}};
+  for (const auto& [file, bytesBefore] : files) {
+    ASSERT_TRUE(openArchive(archive, file.c_str(), nullptr)) << file;
+    EXPECT_EQ(archive.bytesBefore, bytesBefore) << file;
+    EXPECT_EQ(walkListing(), pythonListing(file)) << file;
   }
-}
-
-TEST_F(ReadingCore, ReadsArchiveMadeByPythonWithACommentAndAPrefix) {
-  if (!testing::haveProgram("python3")) GTEST_SKIP() << "python3 is not installed";
-  std::ofstream("make.py") << "import zipfile\n"
-                              "with zipfile.ZipFile('p.zip', 'w') as z:\n"
-                              "    z.comment = b'archive comment'\n"
-                              "    z.writestr('stored', b'hello stored', compress_type=zipfile.ZIP_STORED)\n"
-                              "    z.writestr('deflated', b'deflate me ' * 3000, compress_type=zipfile.ZIP_DEFLATED)\n"
-                              "    z.writestr('empty', b'', compress_type=zipfile.ZIP_STORED)\n";
-  ASSERT_EQ(testing::runCommand("python3 make.py && printf 'MZ-stub' > sfx.zip && cat p.zip >> sfx.zip"), 0);
-  ASSERT_TRUE(openArchive(archive, path("sfx.zip").c_str(), nullptr));
-  EXPECT_EQ(archive.bytesBefore, 7u);
-  EXPECT_EQ(walkListing(), pythonListing(path("p.zip")));
   char comment[64];
   EXPECT_EQ(getGlobalComment(archive, comment, sizeof comment), 15);
   EXPECT_STREQ(comment, "archive comment");
 }
 
-TEST_F(ReadingCore, WalkStopsAtTheLastEntryAndPositionsRoundTrip) {
+TEST_F(ReadingCore, WalkStopsAtTheLastEntryAndPositionsRoundTripWithoutWrappingAround) {
   ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
   ASSERT_EQ(goToNextEntry(archive), StatusOk);
-  uint64_t position = 0;
-  uint64_t index = 0;
+  uint64_t position = 0, index = 0;
   ASSERT_EQ(getEntryPosition(archive, &position, &index), StatusOk);
   ASSERT_EQ(goToNextEntry(archive), StatusOk);
   EXPECT_EQ(goToNextEntry(archive), StatusEndOfList);
@@ -164,10 +135,6 @@ TEST_F(ReadingCore, WalkStopsAtTheLastEntryAndPositionsRoundTrip) {
   ASSERT_EQ(goToEntryPosition(archive, position, index), StatusOk);
   EXPECT_EQ(readCurrent().data, "22");
   EXPECT_EQ(goToEntryPosition(archive, position + 1, 1), StatusBadArchive);  // no header there
-  EXPECT_EQ(goToNextEntry(archive), StatusEndOfList);
-}
-
-TEST_F(ReadingCore, PositionsThatWouldWrapAroundAreNotRead) {
   // The prefix holds a central header of its own at offset 0: a position
   // that wrapped around past the prefix would land on it.
   const std::string prefix = testing::centralHeader(storedEntry("decoy", ""), 0);
@@ -180,12 +147,8 @@ TEST_F(ReadingCore, PositionsThatWouldWrapAroundAreNotRead) {
 TEST_F(ReadingCore, LocateEntryFollowsTheCaseRuleAndStaysPutWhenNotFound) {
   ASSERT_TRUE(openBytes(buildArchive({storedEntry("README.txt", "r"), storedEntry(std::string(255, 'n'), "n"),
                                       storedEntry("x/y", "xy")})));
-  const struct {
-    std::string name;
-    int rule;
-    int status;
-    const char* content;  // of the entry current afterwards
-  } rows[] = {
+  // content: of the entry current afterwards
+  const struct { std::string name; int rule, status; const char* content; } rows[] = {
       {"readme.TXT", CaseInsensitive, StatusOk, "r"},
       {"readme.TXT", CaseSensitive, StatusEndOfList, "xy"},
       {"X/Y", 2, StatusOk, "xy"},  // every rule but 1 ignores case
@@ -201,16 +164,13 @@ TEST_F(ReadingCore, LocateEntryFollowsTheCaseRuleAndStaysPutWhenNotFound) {
 }
 
 TEST_F(ReadingCore, LocalHeaderMustAgreeWithTheCentralOne) {
-  const struct {
-    std::function<void(HandEntry& central, HandEntry& local)> change;
-    int status;
-    const char* why;
-  } rows[] = {
+  using Change = std::function<void(HandEntry& central, HandEntry& local)>;
+  const struct { Change change; int status; const char* why; } rows[] = {
       {[](HandEntry&, HandEntry& l) { l.compressedSize = 6; }, StatusBadArchive, "compressed size differs"},
       {[](HandEntry&, HandEntry& l) { l.crc ^= 1; }, StatusBadArchive, "CRC differs"},
       {[](HandEntry&, HandEntry& l) { l.nameLengthField = 3; }, StatusBadArchive, "name length differs"},
-      {[](HandEntry&, HandEntry& l) { l.flags = 8; l.compressedSize = l.uncompressedSize = l.crc = 0; },
-       StatusOk, "flag bit 3: sizes and CRC follow the data"},
+      // flag bit 3: sizes and CRC follow the data
+      {[](auto&, auto& l) { l.flags = 8; l.compressedSize = l.uncompressedSize = l.crc = 0; }, StatusOk, "bit 3"},
       {[](HandEntry&, HandEntry& l) { l.localExtra = "local extra"; }, StatusOk, "extra length may differ"},
       {[](HandEntry& c, HandEntry& l) { c.method = l.method = 12; }, StatusBadArchive, "unknown method"},
       {[](HandEntry& c, HandEntry&) { c.localHeaderOffset = 0xFFFFFFF0; }, StatusBadArchive, "offset outside"},
@@ -228,33 +188,27 @@ TEST_F(ReadingCore, LocalHeaderMustAgreeWithTheCentralOne) {
 }
 
 TEST_F(ReadingCore, BrokenDataEndsReadingAndTheCrcIsCheckedOnlyAfterAFullRead) {
-  HandEntry badCrcStored = storedEntry("bad-crc-stored", sampleText(5000));
-  badCrcStored.crc ^= 0x80000000u;
-  HandEntry badCrcDeflated = testing::deflatedEntry("bad-crc-deflated", sampleText(5000));
-  badCrcDeflated.crc = badCrcStored.crc;
-  HandEntry corrupt = testing::deflatedEntry("corrupt", sampleText(20000));
-  corrupt.data[0] = '\xFF';  // block type 3 does not exist
-  HandEntry cut = testing::deflatedEntry("cut", sampleText(20000));
-  cut.data.resize(cut.data.size() / 2);
-  cut.compressedSize = cut.data.size();
-  HandEntry pastEnd = storedEntry("past-end", "abc");
-  pastEnd.compressedSize = pastEnd.uncompressedSize = 100000;
-  HandEntry shortSize = storedEntry("short-size", "abcdef");
-  shortSize.uncompressedSize = 3;
-  const struct {
-    HandEntry entry;
-    size_t limit;
-    int lastRead;
-    int closeStatus;  // a CRC verdict only for an entry read to its end
-  } rows[] = {{badCrcStored, SIZE_MAX, 0, StatusCrcError}, {badCrcStored, 2500, 2500, StatusOk},
-              {badCrcDeflated, SIZE_MAX, 0, StatusCrcError}, {badCrcDeflated, 2500, 2500, StatusOk},
-              {corrupt, SIZE_MAX, Z_DATA_ERROR, StatusOk}, {cut, SIZE_MAX, Z_BUF_ERROR, StatusOk},
-              {pastEnd, SIZE_MAX, StatusIoError, StatusOk}, {shortSize, SIZE_MAX, 0, StatusCrcError}};
+  const HandEntry stored = storedEntry("stored", sampleText(20000));
+  const HandEntry deflated = testing::deflatedEntry("deflated", sampleText(20000));
+  using Change = void (*)(HandEntry&);
+  const Change badCrc = [](HandEntry& e) { e.crc ^= 0x80000000u; };
+  // A CRC verdict comes only for an entry read to its end.
+  const struct { HandEntry entry; Change change; size_t limit; int lastRead, closeStatus; } rows[] = {
+      {stored, badCrc, SIZE_MAX, 0, StatusCrcError},
+      {deflated, badCrc, SIZE_MAX, 0, StatusCrcError},
+      {deflated, badCrc, 2500, 2500, StatusOk},
+      {deflated, [](HandEntry& e) { e.data[0] = '\xFF'; }, SIZE_MAX, Z_DATA_ERROR, StatusOk},  // no block type 3
+      {deflated, [](HandEntry& e) { e.data.resize(e.compressedSize /= 2); }, SIZE_MAX, Z_BUF_ERROR, StatusOk},
+      {stored, [](HandEntry& e) { e.compressedSize = e.uncompressedSize = 100000; }, SIZE_MAX, StatusIoError, StatusOk},
+      {stored, [](HandEntry& e) { e.uncompressedSize = 3; }, SIZE_MAX, 0, StatusCrcError},  // size too short
+  };
   for (const auto& row : rows) {
-    ASSERT_TRUE(openBytes(buildArchive({row.entry})));
+    HandEntry entry = row.entry;
+    row.change(entry);
+    ASSERT_TRUE(openBytes(buildArchive({entry})));
     const ReadOutcome read = readCurrent(row.limit == SIZE_MAX ? 777 : 2500, row.limit);
-    EXPECT_EQ(read.lastRead, row.lastRead) << row.entry.name;
-    EXPECT_EQ(read.closeStatus, row.closeStatus) << row.entry.name;
+    EXPECT_EQ(read.lastRead, row.lastRead) << &row - rows;
+    EXPECT_EQ(read.closeStatus, row.closeStatus) << &row - rows;
   }
 }
 

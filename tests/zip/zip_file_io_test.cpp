@@ -19,14 +19,12 @@ TEST_F(FileIO, OpensSeeksReadsAndRemovesAsTheCoresExpect) {
   EXPECT_FALSE(missing.open("new.zip", ModeAppendExisting));
   ZipFileIO creator;
   ASSERT_TRUE(creator.open("new.zip", ModeCreateNew));
-  EXPECT_EQ(readFile(path("new.zip")), "");  // created empty
   EXPECT_EQ(creator.write("PK\x03\x04xy", 6), 6);
   creator.close();
   ZipFileIO io;
   ASSERT_TRUE(io.open("new.zip", ModeAppendExisting));
 
   ASSERT_EQ(io.seek(0, SeekFromEnd), 0);
-  EXPECT_EQ(io.tell(), 6);
   EXPECT_EQ(io.seek(-4, 3), -1);  // unknown origin: nothing moves
   EXPECT_EQ(io.tell(), 6);
   char buffer[4];
