@@ -23,7 +23,6 @@ constexpr uint64_t SignatureLength = 4;
 // The largest archive comment plus the record itself, give or take.
 constexpr uint64_t MaxSearchBack = 65535;
 constexpr int LevelDefault = 6;
-constexpr const char* ZlibVersionPassed = "1.2.3";
 
 // Seeks to `base` + `offset`. Positions travel as unsigned 64-bit values and
 // the file object takes signed ones, so a sum beyond that range cannot be read.
@@ -458,7 +457,7 @@ int openCurrentEntry(UnzipArchive& archive, int* method, int* level, int raw) {
   entry->raw = raw != 0;
   if (!entry->raw && entry->compressionMethod == MethodDeflated) {
     // A failed start is not reported here: reading then fails with zlib's status.
-    entry->streamInitialised = inflateInit2_(&entry->stream, -MAX_WBITS, ZlibVersionPassed,
+    entry->streamInitialised = inflateInit2_(&entry->stream, RawWindowBits, ZlibVersionPassed,
                                              static_cast<int>(sizeof(z_stream))) == Z_OK;
   }
   archive.reading = std::move(entry);

@@ -29,6 +29,9 @@ constexpr int MethodStored = 0;
 constexpr int MethodDeflated = 8;
 constexpr uint64_t FlagDataDescriptor = 0x0008;
 constexpr size_t ReadBufferSize = 16384;
+// zlib is asked for raw streams (no zlib header) and told this version.
+constexpr int RawWindowBits = -15;
+constexpr char ZlibVersionPassed[] = "1.2.3";
 constexpr size_t MaxEntryNameLength = 255;
 
 // Name comparison rules for locateEntry and compareEntryNames.

@@ -25,9 +25,7 @@ constexpr size_t CentralInternalAttributesOffset = 36;
 // The local header's CRC field; both sizes follow it.
 constexpr int64_t LocalCrcOffset = 14;
 
-constexpr int DeflateWindowBits = -15;  // raw deflate: no zlib header or trailer
 constexpr int DeflateMemoryLevel = 8;
-constexpr char ZlibVersion[] = "1.2.3";
 constexpr uint64_t TextAttribute = 1;
 
 struct Field {
@@ -189,8 +187,8 @@ int startDeflate(ZipArchive& archive, int level) {
   stream.zalloc = nullptr;
   stream.zfree = nullptr;
   stream.opaque = nullptr;
-  const int status = deflateInit2_(&stream, level, Z_DEFLATED, DeflateWindowBits, DeflateMemoryLevel,
-                                   Z_DEFAULT_STRATEGY, ZlibVersion, static_cast<int>(sizeof(z_stream)));
+  const int status = deflateInit2_(&stream, level, Z_DEFLATED, RawWindowBits, DeflateMemoryLevel,
+                                   Z_DEFAULT_STRATEGY, ZlibVersionPassed, static_cast<int>(sizeof(z_stream)));
   archive.streamInitialised = status == Z_OK;
   return status;
 }

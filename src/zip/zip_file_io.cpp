@@ -86,24 +86,25 @@ int readByte(ZipFileIO& io, uint64_t& value) {
   return io.hasError() ? -1 : 0;
 }
 
-int readUInt16(ZipFileIO& io, uint64_t& value) {
-  uint64_t low = 0;
-  uint64_t high = 0;
+namespace {
+
+// `count` bytes, least significant first; 0 and the failing status on a short read.
+int readLittleEndianValue(ZipFileIO& io, int count, uint64_t& value) {
   value = 0;
-  if (int status = readByte(io, low); status != 0) return status;
-  if (int status = readByte(io, high); status != 0) return status;
-  value = low | (high << 8);
+  uint64_t result = 0;
+  for (int i = 0; i < count; ++i) {
+    uint64_t byte = 0;
+    if (int status = readByte(io, byte); status != 0) return status;
+    result |= byte << (8 * i);
+  }
+  value = result;
   return 0;
 }
 
-int readUInt32(ZipFileIO& io, uint64_t& value) {
-  uint64_t low = 0;
-  uint64_t high = 0;
-  value = 0;
-  if (int status = readUInt16(io, low); status != 0) return status;
-  if (int status = readUInt16(io, high); status != 0) return status;
-  value = low | (high << 16);
-  return 0;
-}
+}  // namespace
+
+int readUInt16(ZipFileIO& io, uint64_t& value) { return readLittleEndianValue(io, 2, value); }
+
+int readUInt32(ZipFileIO& io, uint64_t& value) { return readLittleEndianValue(io, 4, value); }
 
 }  // namespace kxzef
