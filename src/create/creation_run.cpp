@@ -14,16 +14,16 @@
 
 #include "host/host.h"
 #include "input/duplicate_entry.h"
-#include "input/entry_text_writer.h"
+#include "create/entry_text_writer.h"
 #include "input/find_transform.h"
 #include "input/link_target.h"
 #include "input/path_readers.h"
 #include "input/plain_file_reader.h"
 #include "input/reader_status.h"
 #include "input/transform_file_reader.h"
-#include "surface/channels.h"
-#include "surface/message_catalogue.h"
-#include "surface/message_report.h"
+#include "messages/channels.h"
+#include "messages/message_catalogue.h"
+#include "messages/message_report.h"
 #include "zip/file_system.h"
 
 namespace kxzef {

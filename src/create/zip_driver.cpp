@@ -5,13 +5,12 @@
 
 #include <cerrno>
 #include <cstring>
-#include <new>
 
 #include "create/block_crc.h"
 #include "create/creation_run.h"
-#include "surface/channels.h"
-#include "surface/message_catalogue.h"
-#include "surface/message_report.h"
+#include "messages/channels.h"
+#include "messages/message_catalogue.h"
+#include "messages/message_report.h"
 #include "zip/file_system.h"
 
 namespace kxzef {
@@ -86,5 +85,3 @@ int ZipDriver::createArchive(const char* name, ZEFEntryMap& inputs, CreationCont
 }
 
 }  // namespace kxzef
-
-ZEFArchWriter* getZipWriter() { return new (std::nothrow) kxzef::ZipDriver(); }

@@ -19,9 +19,9 @@
 #include "extract/file_name_part.h"
 #include "extract/link_extra.h"
 #include "extract/overwrite_prompt.h"
-#include "surface/channels.h"
-#include "surface/message_catalogue.h"
-#include "surface/message_report.h"
+#include "messages/channels.h"
+#include "messages/message_catalogue.h"
+#include "messages/message_report.h"
 #include "zip/file_system.h"
 
 namespace kxzef {

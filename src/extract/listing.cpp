@@ -8,8 +8,8 @@
 #include <ostream>
 
 #include "extract/driver_report.h"
-#include "surface/channels.h"
-#include "surface/message_catalogue.h"
+#include "messages/channels.h"
+#include "messages/message_catalogue.h"
 
 namespace kxzef {
 

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "extract/driver_report.h"
-#include "surface/message_catalogue.h"
+#include "messages/message_catalogue.h"
 
 namespace kxzef {
 

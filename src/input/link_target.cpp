@@ -10,9 +10,9 @@
 
 #include "input/reader_status.h"
 #include "input/working_directory.h"
-#include "surface/channels.h"
-#include "surface/message_catalogue.h"
-#include "surface/message_report.h"
+#include "messages/channels.h"
+#include "messages/message_catalogue.h"
+#include "messages/message_report.h"
 
 namespace kxzef {
 

@@ -3,9 +3,9 @@
 #include "input/path_canonical.h"
 
 #include "input/working_directory.h"
-#include "surface/channels.h"
-#include "surface/message_catalogue.h"
-#include "surface/message_report.h"
+#include "messages/channels.h"
+#include "messages/message_catalogue.h"
+#include "messages/message_report.h"
 
 namespace kxzef {
 

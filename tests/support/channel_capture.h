@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "kxzefarchiver/zefarchiver.h"
-#include "surface/channels.h"
+#include "messages/channels.h"
 
 namespace kxzef::testing {
 

@@ -1,7 +1,7 @@
 // The channels are built at load time, in this order: the iostream
 // initialiser, the two buffers, the two streams; unloading destroys them in
 // reverse. Keep the definitions below in that order.
-#include "surface/channels.h"
+#include "messages/channels.h"
 
 #include <cstdio>
 #include <cstring>

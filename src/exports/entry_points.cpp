@@ -4,7 +4,7 @@
 #include "host/host.h"
 #include "input/path_canonical.h"
 #include "kxzefarchiver/zefarchiver.h"
-#include "surface/channels.h"
+#include "messages/channels.h"
 #include "zip/file_system.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // The write-and-check step for link entries: the link's target text becomes
 // the entry's content, then the file it points to goes through the
 // duplicate check.
-#ifndef KXZEF_INPUT_ENTRY_TEXT_WRITER_H
-#define KXZEF_INPUT_ENTRY_TEXT_WRITER_H
+#ifndef KXZEF_CREATE_ENTRY_TEXT_WRITER_H
+#define KXZEF_CREATE_ENTRY_TEXT_WRITER_H
 
 #include <string>
 

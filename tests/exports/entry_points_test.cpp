@@ -8,7 +8,7 @@
 #include "kxzefarchiver/zefarchiver.h"
 #include "support/channel_capture.h"
 #include "support/temp_dir.h"
-#include "surface/channels.h"
+#include "messages/channels.h"
 
 namespace kxzef {
 namespace {

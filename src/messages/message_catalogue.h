@@ -1,8 +1,8 @@
 // The numbered message catalogue: every diagnostic, warning, prompt and
 // heading the library prints. Numbers are facility 59 in the upper half and
 // the index in the lower half; texts are printf formats with %s and %d only.
-#ifndef KXZEF_SURFACE_MESSAGE_CATALOGUE_H
-#define KXZEF_SURFACE_MESSAGE_CATALOGUE_H
+#ifndef KXZEF_MESSAGES_MESSAGE_CATALOGUE_H
+#define KXZEF_MESSAGES_MESSAGE_CATALOGUE_H
 
 #include <cstdint>
 

@@ -5,7 +5,7 @@
 
 #include "kxzefarchiver/zefarchiver.h"
 #include "support/channel_capture.h"
-#include "surface/channels.h"
+#include "messages/channels.h"
 
 namespace kxzef {
 namespace {

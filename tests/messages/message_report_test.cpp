@@ -5,9 +5,9 @@
 
 #include "host/host.h"
 #include "support/channel_capture.h"
-#include "surface/channels.h"
-#include "surface/message_catalogue.h"
-#include "surface/message_report.h"
+#include "messages/channels.h"
+#include "messages/message_catalogue.h"
+#include "messages/message_report.h"
 
 namespace kxzef {
 namespace {

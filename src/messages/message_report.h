@@ -1,7 +1,7 @@
 // Printing a catalogue message by number on a channel. The one formatting
 // buffer is shared by every message of the process and is never overrun.
-#ifndef KXZEF_SURFACE_MESSAGE_REPORT_H
-#define KXZEF_SURFACE_MESSAGE_REPORT_H
+#ifndef KXZEF_MESSAGES_MESSAGE_REPORT_H
+#define KXZEF_MESSAGES_MESSAGE_REPORT_H
 
 #include <cstdint>
 #include <ostream>

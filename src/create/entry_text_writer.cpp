@@ -1,10 +1,10 @@
 // Link entries: content from memory, then the duplicate check.
-#include "input/entry_text_writer.h"
+#include "create/entry_text_writer.h"
 
 #include "input/duplicate_entry.h"
-#include "surface/channels.h"
-#include "surface/message_catalogue.h"
-#include "surface/message_report.h"
+#include "messages/channels.h"
+#include "messages/message_catalogue.h"
+#include "messages/message_report.h"
 
 namespace kxzef {
 

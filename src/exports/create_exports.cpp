@@ -1,11 +1,14 @@
-// zefCreateZipFile: the one-call creation export. It prints nothing itself;
-// the writer reports every refusal.
+// The exported entry points of creation: the writer factory and the one-call
+// creation. Neither prints anything itself; the writer reports every refusal.
 #include <memory>
 #include <new>
 
 #include "create/creation_run.h"
+#include "create/zip_driver.h"
 #include "kxzefarchiver/ZEFArchWriter.h"
 #include "kxzefarchiver/zefarchiver.h"
+
+ZEFArchWriter* getZipWriter() { return new (std::nothrow) kxzef::ZipDriver(); }
 
 bool zefCreateZipFile(const char* archiveName, const char** sources, const char** destinations, int count) {
   if (count < 1) return false;

@@ -1,6 +1,6 @@
 // The catalogue's identifiers, symbols and texts, in catalogue order. The
 // texts are the system's own words: change none of them.
-#include "surface/message_catalogue.h"
+#include "messages/message_catalogue.h"
 
 namespace kxzef {
 

@@ -1,8 +1,8 @@
 // The two process-wide text channels. Everything the library prints goes
 // through them; nothing else writes to the standard streams but the default
 // handler.
-#ifndef KXZEF_SURFACE_CHANNELS_H
-#define KXZEF_SURFACE_CHANNELS_H
+#ifndef KXZEF_MESSAGES_CHANNELS_H
+#define KXZEF_MESSAGES_CHANNELS_H
 
 #include <ostream>
 #include <streambuf>

@@ -1,6 +1,6 @@
 // Catalogue messages: lazy one-time registration, formatting into the
 // context's buffer, one write per message.
-#include "surface/message_report.h"
+#include "messages/message_report.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -8,8 +8,8 @@
 #include <cstring>
 
 #include "host/host.h"
-#include "surface/channels.h"
-#include "surface/message_catalogue.h"
+#include "messages/channels.h"
+#include "messages/message_catalogue.h"
 
 namespace kxzef {
 
