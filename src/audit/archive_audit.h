@@ -27,7 +27,6 @@ enum class FindingKind {
   NameCollision,        // two entries with one name (after the reader's cut)
   ThroughArchiveLink,   // a parent of the name is a link entry of the same archive
   ThroughExistingLink,  // a parent of the name is a link already on disk below the destination
-  LinkLeavesTree,       // a link entry whose target resolves outside the destination
   SharedLocalHeader,    // several central records point at one local header
   OverlappingData,      // the entry's data overlaps another entry's or the directory
   CountMismatch,        // the end record counts more or fewer records than the directory holds
