@@ -18,8 +18,8 @@ constexpr size_t MessageBufferSize = 2048;
 struct MessageContext {
   char buffer[MessageBufferSize];    // the last message formatted
   uint8_t registered;                // the catalogue has been registered
-  // Registers the catalogue; set on creation. Kept: registration always goes
-  // through this pointer and its null test, as the context has always had it.
+  // Registers the catalogue; set on creation. Kept though it never changes:
+  // registration goes through it and its null test, as it always has.
   int (*registration)();
 };
 
@@ -42,8 +42,8 @@ int reportMessage(MessageContext& context, std::ostream& channel, uint32_t numbe
 int reportMessageNoNewline(MessageContext& context, std::ostream& channel, uint32_t number, ...);
 
 // Reports catalogue message `number` with a newline on the error channel, its
-// %s placeholders filled from `texts` in order. Every failure, warning and
-// heading the library prints through the catalogue goes this way.
+// %s placeholders filled from `texts` in order: the one call for a catalogue
+// message on the error channel.
 template <typename... Texts>
 void reportError(uint32_t number, Texts... texts) {
   static_assert((std::is_convertible_v<Texts, const char*> && ...), "catalogue arguments are C strings");
@@ -54,8 +54,8 @@ void reportError(uint32_t number, Texts... texts) {
 // error channel, unless `error` is 0.
 void reportSystemErrorText(int error);
 
-// As above for errno as it is at this call: the follow-up of a failing system
-// call's own message when that message may already have changed errno.
+// As above for errno as it is at this call, after whatever was reported since
+// the failure.
 void reportSystemErrorText();
 
 // Reports a failed system call: `number` with `text`, then the system error
