@@ -21,7 +21,6 @@
 #include "input/plain_file_reader.h"
 #include "input/reader_status.h"
 #include "input/transform_file_reader.h"
-#include "messages/channels.h"
 #include "messages/message_catalogue.h"
 #include "messages/message_report.h"
 #include "zip/file_system.h"
@@ -31,8 +30,6 @@ namespace kxzef {
 namespace {
 
 constexpr mode_t KeptModeBits = 0xF1FF;  // type and rwx bits; set-id and sticky bits are dropped
-constexpr int RunRefused = -102;
-constexpr int RunDataFailed = -1;
 
 struct FreeDeleter {
   void operator()(char* buffer) const { std::free(buffer); }
@@ -42,7 +39,7 @@ struct FreeDeleter {
 enum class Flow { Next, EndLoop, ReturnNow };
 
 void report(uint32_t message, const std::string& text) {
-  reportMessage(getMessageContext(), getErrorStream(), message, text.c_str());
+  reportError(message, text.c_str());
 }
 
 // "\" becomes "/", except a byte that belongs to a multibyte character.
@@ -90,7 +87,7 @@ class CreationRun {
 int CreationRun::execute(bool closeWhenDone) {
   buffer_.reset(static_cast<char*>(std::malloc(CreationBufferSize)));
   if (!buffer_) {
-    reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_MEM_ALLOC_ERROR);
+    reportError(ZEFARCHIVER_MEM_ALLOC_ERROR);
     return StatusInternalError;
   }
   int result = StatusOk;
@@ -102,7 +99,7 @@ int CreationRun::execute(bool closeWhenDone) {
       // A warning, not a failure. Skipping the last input ends the walk
       // before the queued files are reached; callers rely on that.
       report(ZEFARCHIVER_WARN_UNREADABLE_PERM, withForwardSlashes(cursor->first));
-      reportSystemErrorText();
+      reportSystemErrorText();  // errno as the warning left it
       ++cursor;
       continue;
     }
@@ -140,8 +137,7 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
     result = computeLinkTarget(record, inputRoot, source_, linkName, *context_.currentReader, buffer_.get(),
                                CreationBufferSize, linkText, targetPath, storedTarget);
     if (result != StatusOk) {
-      reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_COMPUTING_ZEF_LINK_TARGET,
-                    source_.c_str(), buffer_.get());
+      reportError(ZEFARCHIVER_ERROR_COMPUTING_ZEF_LINK_TARGET, source_.c_str(), buffer_.get());
       return Flow::ReturnNow;
     }
   }
@@ -165,7 +161,7 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
   context_.isLink = false;
   context_.isDirectory = false;
   if (data < 0) {
-    result = RunDataFailed;
+    result = StatusIoError;
     return Flow::EndLoop;
   }
   if ((result = closeEntry(target_.archive, 0, 0)) != StatusOk) report(ZEFARCHIVER_ERROR_CLOSING_FILE_IN_ZIP, source_);
@@ -212,11 +208,8 @@ int CreationRun::openInput(const std::string& source) {
 }
 
 int CreationRun::openFailure(const std::string& source) {
-  const int error = errno;
-  report(ZEFARCHIVER_ERROR_OPENING_FILE_FOR_READ, source);
-  errno = error;
-  reportSystemErrorText();
-  return RunRefused;
+  reportSystemFailure(ZEFARCHIVER_ERROR_OPENING_FILE_FOR_READ, source.c_str());
+  return StatusBadParameter;  // -102 here: an input that cannot be opened stops the run
 }
 
 int CreationRun::chooseReader(const std::string& source) {
@@ -238,7 +231,7 @@ int CreationRun::chooseReader(const std::string& source) {
   }
   if (context_.currentReader != nullptr) return StatusOk;
   report(ZEFARCHIVER_ERROR_CREATING_READER, source);
-  return RunRefused;
+  return StatusBadParameter;  // -102 here: an input without a reader stops the run
 }
 
 int CreationRun::writeInputData(const std::string& key) {
@@ -247,15 +240,15 @@ int CreationRun::writeInputData(const std::string& key) {
   for (;;) {
     const int count = reader.read(buffer_.get(), CreationBufferSize);
     if (count == ReaderReadFailed) {
-      report(reader.getStatus() == ReaderEmptyInput ? ZEFARCHIVER_BAD_ZERO_LENGTH_FILE : ZEFARCHIVER_ERROR_READING_FILE,
-             key);
-      return RunDataFailed;
+      const bool empty = statusOf(reader) == ReaderStatus::EmptyInput;
+      report(empty ? ZEFARCHIVER_BAD_ZERO_LENGTH_FILE : ZEFARCHIVER_ERROR_READING_FILE, key);
+      return StatusIoError;
     }
     if (count < 1) return written;
     written = writeEntryData(target_.archive, buffer_.get(), static_cast<uint32_t>(count));
     if (written < 0) {
       report(ZEFARCHIVER_ERROR_WRITING_FILE, key);
-      return RunDataFailed;
+      return StatusIoError;
     }
     if (written > 0) return written;
     if (!reader.isOk()) return StatusOk;

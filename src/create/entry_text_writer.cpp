@@ -2,7 +2,6 @@
 #include "create/entry_text_writer.h"
 
 #include "input/duplicate_entry.h"
-#include "messages/channels.h"
 #include "messages/message_catalogue.h"
 #include "messages/message_report.h"
 
@@ -13,12 +12,12 @@ int writeEntryTextAndCheck(ZipArchive& archive, const std::string& text, const c
                            const char* destination, const char* baseDirectory, ZEFEntryMap& recorded,
                            const ZEFEntryMap& inputs) {
   if (writeEntryData(archive, text.data(), static_cast<uint32_t>(text.size())) < 0) {
-    reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_WRITING_FILE, entryName);
-    return EntryTextWriteFailed;
+    reportError(ZEFARCHIVER_ERROR_WRITING_FILE, entryName);
+    return StatusIoError;
   }
   const int accepted = checkDuplicateEntry(linkSource, linkDestination, source, destination, baseDirectory,
                                            recorded, inputs);
-  return accepted ? StatusOk : EntryTextRefused;
+  return accepted ? StatusOk : StatusBadParameter;  // -102 here: the duplicate check refused the entry
 }
 
 }  // namespace kxzef

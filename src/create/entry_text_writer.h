@@ -11,13 +11,11 @@
 
 namespace kxzef {
 
-constexpr int EntryTextWriteFailed = -1;
-constexpr int EntryTextRefused = -102;
-
 // Writes `text` into the archive's open entry (ZEFARCHIVER_ERROR_WRITING_FILE
-// naming `entryName` and -1 when that fails), then runs checkDuplicateEntry
-// with the remaining arguments. Returns 0, -1, or -102 when the check
-// refuses the target.
+// naming `entryName` and StatusIoError when that fails), then runs
+// checkDuplicateEntry with the remaining arguments. Returns StatusOk,
+// StatusIoError, or StatusBadParameter (-102) when the check refuses the
+// target.
 int writeEntryTextAndCheck(ZipArchive& archive, const std::string& text, const char* entryName,
                            const char* linkSource, const char* linkDestination, const char* source,
                            const char* destination, const char* baseDirectory, ZEFEntryMap& recorded,

@@ -3,12 +3,10 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 
 #include "create/block_crc.h"
 #include "create/creation_run.h"
-#include "messages/channels.h"
 #include "messages/message_catalogue.h"
 #include "messages/message_report.h"
 #include "zip/file_system.h"
@@ -36,23 +34,20 @@ ZipDriver::ZipDriver() { fillCrcTable(); }
 ZipDriver::~ZipDriver() {
   for (const std::string& file : temporaryFiles) {
     if (unlink(file.c_str()) == 0) continue;
-    const int error = errno;
-    reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_TEMP_FILE_REMOVE_FAILED, file.c_str());
-    errno = error;
-    reportSystemErrorText();
+    reportSystemFailure(ZEFARCHIVER_TEMP_FILE_REMOVE_FAILED, file.c_str());
   }
 }
 
 int ZipDriver::open(const char* name) {
   const std::string file = archiveFileName(name);
   if (!overwrite && fileExists(file.c_str())) {
-    reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_FILE_EXISTS, file.c_str());
-    return DriverRefused;
+    reportError(ZEFARCHIVER_FILE_EXISTS, file.c_str());
+    return StatusBadParameter;  // -102 here: refused, the archive exists and overwriting is off
   }
   archiveName = file;
   if (!openForWriting(archive, archiveName.c_str(), 0, nullptr)) {
-    reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_OPENING_FILE, archiveName.c_str());
-    return DriverCannotOpen;
+    reportError(ZEFARCHIVER_ERROR_OPENING_FILE, archiveName.c_str());
+    return StatusIoError;
   }
   return StatusOk;
 }

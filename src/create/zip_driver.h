@@ -12,9 +12,6 @@
 
 namespace kxzef {
 
-// Driver results beside the core's status codes.
-constexpr int DriverRefused = -102;     // the archive exists and overwriting is off
-constexpr int DriverCannotOpen = -1;    // the archive file cannot be opened
 constexpr int DefaultCompressionLevel = 6;
 
 class ZipDriver : public ZEFArchWriter {

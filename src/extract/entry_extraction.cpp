@@ -78,15 +78,15 @@ int createSymbolicLink(const std::string& target, const std::string& linkTarget)
     if (!makeDirPath(target.substr(0, slash).c_str())) {
       const int error = errno;
       reportError(UNZIPDRIVER_ERROR_CREATING_SYMLINK_DIRECTORY, target.c_str());
-      reportSystemError(error);
-      return StatusOutputError;
+      reportSystemErrorText(error);
+      return StatusIoError;
     }
   }
   if (symlink(linkTarget.c_str(), target.c_str()) != 0) {
     const int error = errno;
     reportError(UNZIPDRIVER_ERROR_CANNOT_CREATE_SYMLINK, target.c_str(), linkTarget.c_str());
-    reportSystemError(error);
-    return StatusOutputError;
+    reportSystemErrorText(error);
+    return StatusIoError;
   }
   return StatusOk;
 }
@@ -210,7 +210,7 @@ int UnzipDriver::writeRegularFile(const std::string& target, size_t fileNameStar
   const mode_t mode = static_cast<mode_t>((info.externalAttributes >> UnixModeShift) & UnixModeMask);
   if (chmod(target.c_str(), mode) != 0) {
     reportError(UNZIPDRIVER_ERROR_SETTING_PERMISSIONS, target.c_str());
-    return StatusOutputError;
+    return StatusIoError;
   }
   return StatusOk;
 }
@@ -225,7 +225,7 @@ int UnzipDriver::copyEntryData(std::FILE* file, unsigned char* buffer) {
     if (count == 0) return StatusOk;
     if (std::fwrite(buffer, static_cast<size_t>(count), 1, file) != 1) {
       reportError(UNZIPDRIVER_ERROR_WRITING_EXTRACTED_FILE);
-      return StatusOutputError;
+      return StatusIoError;
     }
   }
 }

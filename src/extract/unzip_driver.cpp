@@ -5,7 +5,6 @@
 #include <cstring>
 #include <string>
 
-#include "messages/channels.h"
 #include "messages/message_catalogue.h"
 #include "messages/message_report.h"
 #include "zip/file_system.h"
@@ -34,7 +33,7 @@ int UnzipDriver::openDefaultIn(const char* name, const char* directory) {
 }
 
 int UnzipDriver::open(const char* name, bool overwriteFlag, bool usePathsFlag) {
-  MessageContext& messages = getMessageContext();
+  getMessageContext();  // Kept: the message context exists from the first open on, whatever follows
   overwrite = overwriteFlag;
   usePaths = usePathsFlag;
   const char* given = textOrEmpty(name);
@@ -42,14 +41,14 @@ int UnzipDriver::open(const char* name, bool overwriteFlag, bool usePathsFlag) {
   if (!fileExists(path.c_str())) {
     path += ArchiveSuffix;
     if (!fileExists(path.c_str())) {
-      reportMessage(messages, getErrorStream(), UNZIPDRIVER_ZEF_FILE_DOES_NOT_EXIST, path.c_str());
-      return StatusArchiveMissing;
+      reportError(UNZIPDRIVER_ZEF_FILE_DOES_NOT_EXIST, path.c_str());
+      return StatusBadParameter;  // -102 here: refused, no archive by that name
     }
   }
   if (!openArchive(archive, path.c_str(), nullptr)) {
     // The text names a ".zip" fallback; it is the wording hosts know, so it stays.
-    reportMessage(messages, getErrorStream(), UNZIPDRIVER_CANNOT_OPEN_FILE, given, given);
-    return StatusArchiveUnreadable;
+    reportError(UNZIPDRIVER_CANNOT_OPEN_FILE, given, given);
+    return StatusInternalError;  // -104 here: the file is no archive the core can open
   }
   return StatusOk;
 }

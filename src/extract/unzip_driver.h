@@ -15,13 +15,10 @@
 
 namespace kxzef {
 
-// Results of opening, in the core's numbers.
-constexpr int StatusArchiveMissing = StatusBadParameter;     // neither the name nor name + ".zef" exists
-constexpr int StatusArchiveUnreadable = StatusInternalError; // the file is no archive the core can open
-
-// Results of extraction of the driver's own, beside the core's statuses.
+// Extraction's one result of its own; every other result is a core status.
+// The readers' -1000 ("no input stream") is another code that shares the
+// number: it is a ReaderStatus and never meets this one.
 constexpr int StatusOutputFileError = -1000;  // an output file could not be opened
-constexpr int StatusOutputError = -1;         // writing, permissions or a link failed
 
 // Results of extractEntry.
 constexpr int EntryExtracted = 0;

@@ -17,7 +17,9 @@ struct MessageIdentifier {
 };
 
 // A message table as the message service takes it. The service keeps the
-// pointer, so a table must outlive the process's use of it.
+// pointer, so a table must outlive the process's use of it. Kept whole: the
+// layout is the service's, the parallel tables, empty text and reserved
+// pointers included, though the lookup reads only some of it.
 struct MessageTable {
   uint32_t count;
   uint32_t facility;

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "messages/channels.h"
 #include "messages/message_catalogue.h"
 #include "messages/message_report.h"
 
@@ -20,8 +19,8 @@ constexpr int Accepted = 1;
 constexpr int Refused = 0;
 
 void reportUnreadable(const char* source) {
-  reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_UNREADABLE_LINK, source);
-  reportSystemErrorText();
+  reportError(ZEFARCHIVER_ERROR_UNREADABLE_LINK, source);
+  reportSystemErrorText();  // errno as the report left it, as hosts have always seen it
 }
 
 std::string absoluteName(const std::string& name, const char* baseDirectory) {
@@ -60,8 +59,7 @@ int checkAgainstOwner(const std::string& previous, const char* source, const cha
     }
     if (std::strcmp(target, previous.c_str()) == 0) return Accepted;
   }
-  reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_DUPLICATE_DESTINATION_FILE,
-                previous.c_str(), source, destination);
+  reportError(ZEFARCHIVER_ERROR_DUPLICATE_DESTINATION_FILE, previous.c_str(), source, destination);
   return Refused;
 }
 

@@ -4,16 +4,15 @@
 
 #include "input/reader_status.h"
 
-using kxzef::ReaderNoStream;
-using kxzef::ReaderOk;
-using kxzef::ReaderStreamError;
+using kxzef::ReaderStatus;
+using kxzef::statusNumber;
 
 ZEFFileReader::ZEFFileReader(std::ifstream* input, bool hasMore) : input_(input), hasMore_(hasMore) {}
 
 ZEFFileReader::~ZEFFileReader() = default;
 
 int ZEFFileReader::readFresh(char* buf, unsigned n) {
-  status_ = ReaderOk;
+  status_ = statusNumber(ReaderStatus::Ok);
   return read(buf, n);
 }
 
@@ -28,18 +27,18 @@ bool ZEFFileReader::hasMore() { return hasMore_; }
 
 int ZEFFileReader::getStatus() { return status_; }
 
-bool ZEFFileReader::isOk() { return status_ == ReaderOk; }
+bool ZEFFileReader::isOk() { return status_ == statusNumber(ReaderStatus::Ok); }
 
 int ZEFFileReader::checkInput() {
-  if (input_ == nullptr || !input_->is_open()) return ReaderNoStream;
-  if (!input_->good()) return ReaderStreamError;
-  return ReaderOk;
+  if (input_ == nullptr || !input_->is_open()) return statusNumber(ReaderStatus::NoStream);
+  if (!input_->good()) return statusNumber(ReaderStatus::StreamError);
+  return statusNumber(ReaderStatus::Ok);
 }
 
 ZEFByteArray* ZEFFileReader::loadWholeFile() {
-  status_ = ReaderOk;
+  status_ = statusNumber(ReaderStatus::Ok);
   content_.clear();
-  if (checkInput() != ReaderOk) return &content_;
+  if (checkInput() != statusNumber(ReaderStatus::Ok)) return &content_;
   std::ifstream& input = *input_;
   const std::streampos resume = input.tellg();
   input.seekg(0, std::ios::end);

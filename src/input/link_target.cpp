@@ -10,7 +10,6 @@
 
 #include "input/reader_status.h"
 #include "input/working_directory.h"
-#include "messages/channels.h"
 #include "messages/message_catalogue.h"
 #include "messages/message_report.h"
 
@@ -40,10 +39,9 @@ int32_t readLinkData(ZEFFileReader& reader, const std::string& sourceName, char*
     const unsigned room = static_cast<unsigned>(std::min<size_t>(bufferSize - 1 - used, UINT_MAX));
     const int count = reader.read(buffer + used, room);
     if (count == ReaderReadFailed) {
-      const uint32_t message =
-          reader.getStatus() == ReaderEmptyInput ? ZEFARCHIVER_BAD_ZERO_LENGTH_FILE : ZEFARCHIVER_ERROR_READING_FILE;
-      reportMessage(getMessageContext(), getErrorStream(), message, sourceName.c_str());
-      status = -1;
+      const bool empty = statusOf(reader) == ReaderStatus::EmptyInput;
+      reportError(empty ? ZEFARCHIVER_BAD_ZERO_LENGTH_FILE : ZEFARCHIVER_ERROR_READING_FILE, sourceName.c_str());
+      status = ReaderReadFailed;
     }
     if (count <= 0) break;
     used += static_cast<size_t>(count);
@@ -155,12 +153,11 @@ std::string mapTargetIntoArchive(std::string sourceName, const std::string& arch
 
 std::string makeTargetRelativeToLink(std::string archiveTarget, std::string archiveName) {
   if (startsWith(archiveTarget, "/")) {
-    reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_ABSOLUTE_PATH_LINK, archiveName.c_str(),
-                  archiveTarget.c_str());
+    reportError(ZEFARCHIVER_ERROR_ABSOLUTE_PATH_LINK, archiveName.c_str(), archiveTarget.c_str());
     return std::string();
   }
   if (startsWith(archiveName, "/")) {
-    reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_ABSOLUTE_PATH_FILE, archiveName.c_str());
+    reportError(ZEFARCHIVER_ERROR_ABSOLUTE_PATH_FILE, archiveName.c_str());
     return std::string();
   }
   stripCommonLeadingComponents(archiveTarget, archiveName);

@@ -3,7 +3,6 @@
 #include "input/path_canonical.h"
 
 #include "input/working_directory.h"
-#include "messages/channels.h"
 #include "messages/message_catalogue.h"
 #include "messages/message_report.h"
 
@@ -39,8 +38,7 @@ void dropLastComponent(std::string& result) {
 
 std::string makePathCanonical(const std::string& path) {
   if (path.compare(0, 2, "..") == 0) {
-    reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_CANNOT_CANONICALIZE_RELATIVE_PATH,
-                  path.c_str());
+    reportError(ZEFARCHIVER_CANNOT_CANONICALIZE_RELATIVE_PATH, path.c_str());
     return std::string();
   }
   std::string work = resolveDotComponents(path);

@@ -31,7 +31,7 @@ ZEFPathReader::ZEFPathReader(std::string path) : ZEFFileReader(nullptr, false), 
 
 const char* ZEFPathReader::name() { return ""; }
 
-int ZEFPathReader::checkInput() { return ReaderOk; }
+int ZEFPathReader::checkInput() { return statusNumber(ReaderStatus::Ok); }
 
 int ZEFDirectoryReader::read(char* buf, unsigned n) { return copyPrefix(content_, buf, n); }
 

@@ -16,7 +16,7 @@ const char* ZEFFileReaderWithoutTransform::name() { return ""; }
 
 int ZEFFileReaderWithoutTransform::read(char* buf, unsigned n) {
   if (input_ == nullptr) {
-    status_ = ReaderNoStream;
+    status_ = statusNumber(ReaderStatus::NoStream);
     return ReaderReadFailed;
   }
   std::ifstream& input = *input_;
@@ -29,7 +29,7 @@ int ZEFFileReaderWithoutTransform::read(char* buf, unsigned n) {
   if (input.eof()) hasMore_ = false;
   if (!input.good() && !input.eof()) return ReaderReadFailed;
   if (count == 0 && wanted > 0 && input.eof() && delivered_ == 0) {
-    status_ = ReaderEmptyInput;
+    status_ = statusNumber(ReaderStatus::EmptyInput);
     return ReaderReadFailed;
   }
   delivered_ += static_cast<uint64_t>(count);

@@ -19,30 +19,30 @@ bool ZEFFileReaderWithTransform::runTransform(ZEFResultHolder* holder) {
   output_.clear();
   content_.clear();
   // An unusable stream would otherwise pass for an empty file.
-  if (const int input = checkInput(); input != ReaderOk) {
+  if (const int input = checkInput(); input != statusNumber(ReaderStatus::Ok)) {
     status_ = input;
     return false;
   }
   loadWholeFile();
   if (content_.size == 0) {
     if (!transform_->acceptEmptyInput) {
-      status_ = ReaderEmptyInput;
+      status_ = statusNumber(ReaderStatus::EmptyInput);
       return false;
     }
     transformed_ = true;
     return true;
   }
-  status_ = ReaderTransformFailed;
+  status_ = statusNumber(ReaderStatus::TransformFailed);
   if (!transform_->apply(content_, output_, holder)) return false;
   if (output_.size == 0 && !transform_->acceptEmptyOutput) return false;
   hasMore_ = output_.size != 0;
-  status_ = ReaderOk;
+  status_ = statusNumber(ReaderStatus::Ok);
   transformed_ = true;
   return true;
 }
 
 int ZEFFileReaderWithTransform::read(char* buf, unsigned n) {
-  status_ = ReaderOk;
+  status_ = statusNumber(ReaderStatus::Ok);
   if (!transformed_) {
     if (transform_ == nullptr) return ReaderReadFailed;
     ZEFResultHolder holder;
@@ -61,7 +61,7 @@ int ZEFFileReaderWithTransform::read(char* buf, unsigned n) {
 ZEFByteArray* ZEFFileReaderWithTransform::getContent(ZEFResultHolder* holder) {
   if (transformed_) return &output_;
   if (transform_ != nullptr && runTransform(holder)) return &output_;
-  if (transform_ == nullptr) status_ = ReaderTransformFailed;
+  if (transform_ == nullptr) status_ = statusNumber(ReaderStatus::TransformFailed);
   output_.clear();
   return &output_;
 }

@@ -1,5 +1,5 @@
-// The catalogue's identifiers, symbols and texts, in catalogue order. The
-// texts are the system's own words: change none of them.
+// The catalogue record the message service receives, generated from the rows
+// of message_catalogue.def.
 #include "messages/message_catalogue.h"
 
 namespace kxzef {
@@ -10,175 +10,34 @@ constexpr host::MessageIdentifier identifier(uint16_t index) {
   return host::MessageIdentifier{index, static_cast<uint16_t>(MessageFacility)};
 }
 
-// clang-format off
-const host::MessageIdentifier identifiers[MessageCount] = {
-  identifier(1),
-  identifier(2),
-  identifier(3),
-  identifier(4),
-  identifier(5),
-  identifier(6),
-  identifier(7),
-  identifier(8),
-  identifier(9),
-  identifier(10),
-  identifier(11),
-  identifier(12),
-  identifier(13),
-  identifier(14),
-  identifier(15),
-  identifier(16),
-  identifier(17),
-  identifier(18),
-  identifier(19),
-  identifier(20),
-  identifier(21),
-  identifier(22),
-  identifier(23),
-  identifier(24),
-  identifier(25),
-  identifier(26),
-  identifier(27),
-  identifier(28),
-  identifier(29),
-  identifier(30),
-  identifier(31),
-  identifier(32),
-  identifier(33),
-  identifier(34),
-  identifier(35),
-  identifier(36),
-  identifier(37),
-  identifier(38),
-  identifier(39),
-  identifier(40),
-  identifier(41),
-  identifier(42),
-  identifier(43),
-  identifier(44),
-  identifier(45),
-  identifier(46),
-  identifier(47),
-  identifier(48),
-  identifier(49),
-  identifier(50),
-  identifier(51),
-  identifier(52),
-  identifier(53),
+// Three parallel tables rather than one table of rows: the host's message
+// service takes the catalogue in that layout.
+constexpr host::MessageIdentifier identifiers[MessageCount] = {
+#define KXZEF_MESSAGE(index, symbol, text) identifier(index),
+#include "messages/message_catalogue.def"
+#undef KXZEF_MESSAGE
 };
 
 const char* const symbols[MessageCount] = {
-  "ZEFARCHIVER_FILE_EXISTS",
-  "ZEFARCHIVER_ERROR_OPENING_FILE",
-  "ZEFARCHIVER_MEM_ALLOC_ERROR",
-  "ZEFARCHIVER_ERROR_OPENING_IN_ZIP",
-  "ZEFARCHIVER_ERROR_READING_FILE",
-  "ZEFARCHIVER_BAD_ZERO_LENGTH_FILE",
-  "ZEFARCHIVER_ERROR_WRITING_FILE_IN_ZIP",
-  "ZEFARCHIVER_ERROR_WRITING_FILE",
-  "ZEFARCHIVER_ERROR_OPENING_FILE_FOR_READ",
-  "ZEFARCHIVER_ERROR_CREATING_READER",
-  "ZEFARCHIVER_ERROR_SYSTEM_ERROR_TEXT",
-  "ZEFARCHIVER_ERROR_CLOSING_FILE_IN_ZIP",
-  "ZEFARCHIVER_ERROR_CLOSING_FILE",
-  "ZEFARCHIVER_ERROR_COMPUTING_ZEF_LINK_TARGET",
-  "ZEFARCHIVER_ERROR_RELATIVE_PATH_LINK",
-  "ZEFARCHIVER_ERROR_ABSOLUTE_PATH_LINK",
-  "ZEFARCHIVER_ERROR_ABSOLUTE_PATH_FILE",
-  "ZEFARCHIVER_ERROR_DUPLICATE_SOURCE_FILE",
-  "ZEFARCHIVER_ERROR_DUPLICATE_DESTINATION_FILE",
-  "ZEFARCHIVER_ERROR_UNREADABLE_LINK",
-  "ZEFARCHIVER_CANNOT_CANONICALIZE_RELATIVE_PATH",
-  "ZEFARCHIVER_WARN_UNREADABLE_PERM",
-  "UNZIPDRIVER_ERROR",
-  "UNZIPDRIVER_ZIPFILE",
-  "UNZIPDRIVER_FILE_INFO_HEADER",
-  "UNZIPDRIVER_ZIPFILE_GETCURRENTFILEINFO",
-  "UNZIPDRIVER_ZIPFILE_GOTONEXTFILE",
-  "UNZIPDRIVER_MEMORY_ERROR",
-  "UNZIPDRIVER_ZIPFILE_OPENCURRENTFILE",
-  "UNZIPDRIVER_FILE_EXISTS",
-  "UNZIPDRIVER_ERROR_OPENING_FILE",
-  "UNZIPDRIVER_ZIPFILE_IN_UNZREADCURRENTFILE",
-  "UNZIPDRIVER_ERROR_WRITING_EXTRACTED_FILE",
-  "UNZIPDRIVER_ZIPFILE_IN_CLOSECURRENTFILE",
-  "UNZIPDRIVER_ZIPFILE_IN_UNZGETGLOBALINFO",
-  "UNZIPDRIVER_FILE_NOT_FOUND",
-  "UNZIPDRIVER_ZEF_FILE_DOES_NOT_EXIST",
-  "UNZIPDRIVER_CANNOT_OPEN_FILE",
-  "UNZIPDRIVER_ERROR_SETTING_PERMISSIONS",
-  "UNZIPDRIVER_ERROR_CANNOT_CREATE_SYMLINK",
-  "UNZIPDRIVER_ERROR_CANNOT_CREATE_PLACEHOLDER",
-  "UNZIPDRIVER_ERROR_CANNOT_CLOSE_PLACEHOLDER",
-  "UNZIPDRIVER_ERROR_CREATING_SYMLINK_DIRECTORY",
-  "UNZIPDRIVER_ERROR_CREATING_EXTRACTION_DIR",
-  "ZEFARCHIVER_ERROR_CANNOT_CREATE_DIRECTORY",
-  "ZEFARCHIVER_APPEND_OR_OVERWRITE",
-  "ZEFARCHIVER_FAILED_TO_STAT",
-  "ZEFARCHIVER_STAT_EACCESS",
-  "ZEFARCHIVER_STAT_ENAMETOOLONG",
-  "ZEFARCHIVER_STAT_ENOTDIR",
-  "UNZIPDRIVER_REMOVE_FAILED",
-  "UNZIPDRIVER_WRITE_ACCESS_DENIED",
-  "ZEFARCHIVER_TEMP_FILE_REMOVE_FAILED",
+#define KXZEF_MESSAGE(index, symbol, text) #symbol,
+#include "messages/message_catalogue.def"
+#undef KXZEF_MESSAGE
 };
 
 const char* const texts[MessageCount] = {
-  /*  1 */ "The file '%s' already exists and overwrite is not enabled. Stopping.",
-  /*  2 */ "Error opening '%s'",
-  /*  3 */ "Error allocating memory",
-  /*  4 */ "Error in opening '%s' in zipfile",
-  /*  5 */ "Error reading file '%s'",
-  /*  6 */ "The file \n '%s' \n is empty (zero bytes long). \n\n This file cannot be added to the ZEF archive because it will cause an error \n when the application or library is run. Add valid content to this file if\n your application or library requires this file.",
-  /*  7 */ "Error in writing '%s' in the zipfile",
-  /*  8 */ "Error in writing '%s'",
-  /*  9 */ "Error opening file '%s' for reading.",
-  /* 10 */ "Error creating reader for '%s'.",
-  /* 11 */ "System error text: '%s'",
-  /* 12 */ "Error in closing '%s' in the zipfile.",
-  /* 13 */ "Error in closing '%s'",
-  /* 14 */ "Could not compute ZEF archive link target for symbolic link:\n '%s'\n. Data read from symbolic link:\n '%s'\n",
-  /* 15 */ "Internal error. Symbolic link \n '%s' \n points to '%s' \n which is not an absolute path. You may be able to work around this error by recreating the link using an absolute path to the linked-to file.",
-  /* 16 */ "Internal error. Symbolic link \n '%s' \n points to '%s' \n which is an absolute path (it should have been a relative path). You may be able to work around this error by recreating the link as a hard link rather than a soft link. (But use caution, as hard links are less forgiving than soft links.)",
-  /* 17 */ "Internal error. The path to the file '%s' \n is an absolute path (it should have been a relative path).",
-  /* 18 */ "Warning: File \n '%s' \n specified twice in ZEFARCHIVER input list. Are all your relative paths correct?",
-  /* 19 */ "File \n '%s' \n and file '%s' \n both have the same ZIP file destination: \n '%s'\n This will cause the data in the second file to overwrite that in the\n first when archive is unpacked. This is not permitted.",
-  /* 20 */ "Could not read linked file data from symbolic link: \n '%s'",
-  /* 21 */ "Cannot canonicalize\n '%s'\n because it begins with ../.",
-  /* 22 */ "Warning: Could not read file permissions from input file: \n '%s'",
-  /* 23 */ "Error",
-  /* 24 */ "with zipfile in GetGlobalInfo",
-  /* 25 */ "Length  Method   Size  Ratio   Date    Time   CRC-32     Name \n ------  ------   ----  -----   ----    ----   ------     ----",
-  /* 26 */ "with zipfile in GetCurrentFileInfo",
-  /* 27 */ "with zipfile in GoToNextFile",
-  /* 28 */ "Error allocating memory",
-  /* 29 */ "with zipfile in OpenCurrentFile",
-  /* 30 */ "The file '%s' exists. Overwrite ? [y]es, [n]o, [A]ll:",
-  /* 31 */ "Error opening '%s'",
-  /* 32 */ "with zipfile in unzReadCurrentFile",
-  /* 33 */ "Error in writing extracted file",
-  /* 34 */ "with zipfile in CloseCurrentFile",
-  /* 35 */ "with zipfile in unzGetGlobalInfo",
-  /* 36 */ "File '%s' not found in the zipfile",
-  /* 37 */ "The ZEF archive '%s' does not exist!",
-  /* 38 */ "Cannot open ZEF archive file\n '%s'\n or \n '%s.zip'",
-  /* 39 */ "Error setting permissions of extracted file: \n '%s.'",
-  /* 40 */ "Failed to create symbolic link from file\n '%s' \n to file \n '%s' \n Do you have permission to create the link? Does the linked-to file exist?",
-  /* 41 */ "Failed to symbolic link placeholder file. Attempting to create symbolic \n link from file\n '%s' \n to file \n '%s' \n But the linked-to file does not exist. Creating a zero-length placeholder\n file allows ZIP extraction to continue. But the placeholder could not be \n created.",
-  /* 42 */ "Failed to close symbolic link placeholder file. Attempting to create symbolic link from file\n '%s' \n to file \n '%s' \n But the linked-to file does not exist. Creating a zero-length placeholder\n file allows ZIP extraction to continue. But the placeholder could not be \n closed after it was created.",
-  /* 43 */ "Failed to create a directory required by a symbolic link. Symbolic link:\n '%s'",
-  /* 44 */ "Failed to create a directory required to extract the ZEF file.\n Please make sure that you have appropriate permissions and re-run the\n application.",
-  /* 45 */ "Makedir: failed to create directory: \n '%s'",
-  /* 46 */ "Cannot both append to and overwrite ZIP file: \n '%s'. \n Choose one or the other.",
-  /* 47 */ "Could not obtain any information about ZIP file: \n '%s'. \n Is this a valid file name? (Error code: %d).",
-  /* 48 */ "Could not obtain any information about ZIP file \n '%s'. \n Permission denied.",
-  /* 49 */ "Could not obtain any information about ZIP file \n '%s'. \n The name is too long.",
-  /* 50 */ "Could not obtain any information about ZIP file: \n '%s'. \n A component of the path is not a directory.",
-  /* 51 */ "Failed to remove \n '%s'. \n Verify file ownership and access permissions.",
-  /* 52 */ "Failed to get write access to file: \n '%s'. \n Verify file ownership and access permissions.",
-  /* 53 */ "Warning: Failed to remove temporary file\n '%s'. \n Verify file ownership and access permissions; check and clean up temporary directory.",
+#define KXZEF_MESSAGE(index, symbol, text) text,
+#include "messages/message_catalogue.def"
+#undef KXZEF_MESSAGE
 };
-// clang-format on
+
+// A skipped or repeated index would give two messages one number, or none.
+constexpr bool indicesRunFromOne() {
+  for (uint32_t i = 0; i < MessageCount; ++i) {
+    if (identifiers[i].index != i + 1) return false;
+  }
+  return true;
+}
+static_assert(indicesRunFromOne(), "message_catalogue.def: indices must run 1, 2, 3, ... in row order");
 
 }  // namespace
 

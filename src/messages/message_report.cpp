@@ -8,15 +8,14 @@
 #include <cstring>
 
 #include "host/host.h"
-#include "messages/channels.h"
 #include "messages/message_catalogue.h"
 
 namespace kxzef {
 
 namespace {
 
-// Registered beside the context so that its lifetime has an end point; there
-// is nothing to release.
+// Kept: registered when the context is created, as hosts have always seen it;
+// there is nothing to release.
 void onExit() {}
 
 MessageContext* createContext() {
@@ -68,7 +67,7 @@ int reportMessage(MessageContext& context, std::ostream& channel, uint32_t numbe
 
 int reportMessageNoNewline(MessageContext& context, std::ostream& channel, uint32_t number, ...) {
   registerOnce(context);
-  registerOnce(context);
+  registerOnce(context);  // Kept: this variant has always tested twice; the second finds the flag set
   va_list args;
   va_start(args, number);
   const int count = format(context, number, args);
@@ -77,10 +76,17 @@ int reportMessageNoNewline(MessageContext& context, std::ostream& channel, uint3
   return count;
 }
 
-void reportSystemErrorText() {
+void reportSystemErrorText(int error) {
+  if (error != 0) reportError(ZEFARCHIVER_ERROR_SYSTEM_ERROR_TEXT, std::strerror(error));
+}
+
+void reportSystemErrorText() { reportSystemErrorText(errno); }
+
+void reportSystemFailure(uint32_t number, const char* text) {
   const int error = errno;
-  if (error == 0) return;
-  reportMessage(getMessageContext(), getErrorStream(), ZEFARCHIVER_ERROR_SYSTEM_ERROR_TEXT, std::strerror(error));
+  reportError(number, text);
+  errno = error;
+  reportSystemErrorText();
 }
 
 }  // namespace kxzef

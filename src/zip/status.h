@@ -1,5 +1,7 @@
 // Status codes of the ZIP cores. zlib's own negative codes pass through
-// unchanged beside these.
+// unchanged beside these. The layers above return the same numbers under these
+// same names: -1 there is any failed file operation, and where -102 means a
+// refusal rather than a bad parameter, the use site says so.
 #ifndef KXZEF_ZIP_STATUS_H
 #define KXZEF_ZIP_STATUS_H
 

@@ -39,10 +39,10 @@ TEST_F(ZipDriverTest, RefusalsFailedCreationAndTemporaryFilesAreHandledAndReport
   writeFile("scratch", "x");
   testing::ChannelCapture capture;
   auto driver = std::make_unique<ZipDriver>();
-  EXPECT_EQ(driver->openWithOptions("a", false, 0), DriverRefused);
+  EXPECT_EQ(driver->openWithOptions("a", false, 0), StatusBadParameter);
   EXPECT_FALSE(driver->getOverwrite());  // stored before the refusal
   EXPECT_EQ(driver->getCompressionLevel(), 0);
-  EXPECT_EQ(driver->open("no/such/dir/x.zef"), DriverCannotOpen);
+  EXPECT_EQ(driver->open("no/such/dir/x.zef"), StatusIoError);
   EXPECT_EQ(capture.error(),
             "The file 'a.zef' already exists and overwrite is not enabled. Stopping.\n"
             "Error opening 'no/such/dir/x.zef'\n");

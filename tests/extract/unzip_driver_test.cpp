@@ -22,9 +22,9 @@ TEST_F(Opening, FallsBackToZefDerivesTheRootAndReportsEachWayToFail) {
   const std::tuple<const char*, int, std::string, std::string> cases[] = {  // name, status, error, root
       {"x/a", 0, "", "x/a_qrt/"},
       {"x/a.zef", 0, "", "x/a_qrt/"},
-      {"b.zef", StatusArchiveMissing, "The ZEF archive 'b.zef.zef' does not exist!\n", "b_qrt/"},
-      {"junk", StatusArchiveUnreadable, "Cannot open ZEF archive file\n 'junk'\n or \n 'junk.zip'\n", "junk_qrt/"},
-      {"cut.zip", StatusArchiveUnreadable, "Cannot open ZEF archive file\n 'cut.zip'\n or \n 'cut.zip.zip'\n",
+      {"b.zef", StatusBadParameter, "The ZEF archive 'b.zef.zef' does not exist!\n", "b_qrt/"},
+      {"junk", StatusInternalError, "Cannot open ZEF archive file\n 'junk'\n or \n 'junk.zip'\n", "junk_qrt/"},
+      {"cut.zip", StatusInternalError, "Cannot open ZEF archive file\n 'cut.zip'\n or \n 'cut.zip.zip'\n",
        "cut.zip_qrt/"},
   };
   for (const auto& [name, status, error, root] : cases) {

@@ -59,7 +59,7 @@ TEST_F(LinkTarget, EmptyInputReportsTheZeroLengthMessage) {
   ZEFFileReaderWithoutTransform empty(&stream);
   testing::ChannelCapture capture;
   EXPECT_EQ(compute("empty", &empty), -1);
-  EXPECT_EQ(empty.getStatus(), ReaderEmptyInput);
+  EXPECT_EQ(empty.getStatus(), statusNumber(ReaderStatus::EmptyInput));
   EXPECT_EQ(capture.error(), "The file \n 'empty' \n is empty (zero bytes long). \n\n This file cannot be added to the "
                              "ZEF archive because it will cause an error \n when the application or library is run. "
                              "Add valid content to this file if\n your application or library requires this file.\n");

@@ -15,12 +15,12 @@ TEST_F(PathReaders, DirectoryReadsNothingAndLinkYieldsItsTextWithoutNulEvenWhenD
   ZEFDirectoryReader directory(path());
   std::string buffer(64, '#');
   EXPECT_EQ(directory.read(&buffer[0], 64), 0);
-  EXPECT_EQ(directory.getStatus(), ReaderOk);
+  EXPECT_EQ(directory.getStatus(), statusNumber(ReaderStatus::Ok));
   ASSERT_EQ(symlink("../none", "dangling"), 0);  // live links are read throughout the link target tests
   ZEFSymbolicLinkReader reader(path("dangling"));
   ASSERT_EQ(reader.read(&buffer[0], 64), 7);
   EXPECT_EQ(buffer.substr(0, 8), "../none#");  // no terminator written
-  EXPECT_EQ(reader.getStatus(), ReaderOk);
+  EXPECT_EQ(reader.getStatus(), statusNumber(ReaderStatus::Ok));
 }
 
 }  // namespace

@@ -40,7 +40,8 @@ TEST_F(TransformReader, TransformsOnceInPiecesAndRefusesEmptyInputBeforeTheRunAn
     UpperCase failing(outcome);
     ZEFFileReaderWithTransform refusing(&input, &failing);
     EXPECT_EQ(refusing.read(buffer, 64), -1);
-    EXPECT_EQ(refusing.getStatus(), outcome == 0 ? ReaderEmptyInput : ReaderTransformFailed);
+    const ReaderStatus expected = outcome == 0 ? ReaderStatus::EmptyInput : ReaderStatus::TransformFailed;
+    EXPECT_EQ(refusing.getStatus(), statusNumber(expected));
     EXPECT_EQ(failing.runs, outcome == 0 ? 0 : 1);  // never run on the empty input
   }
 }
