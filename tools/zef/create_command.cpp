@@ -1,15 +1,16 @@
-// zef create: builds the input map the way zefCreateZipFile does (ordered by
-// source, the last destination of a source winning), with directories taken
-// recursively, and hands it to a writer.
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <fstream>
+// zef create: checks every input first, has the writer fill a temporary
+// file beside the archive, reads that file back with the audit and the
+// integrity test, and only then renames it over the archive. The writer's
+// own habits (removing the name it was given on failure, cutting names at
+// 255 bytes) then only ever touch zef's temporary file.
+#include <csignal>
 #include <memory>
 #include <string>
-#include <system_error>
 #include <vector>
 
+#include "atomic_output.h"
+#include "audit/archive_audit.h"
+#include "create_inputs.h"
 #include "kxzefarchiver/ZEFArchWriter.h"
 #include "kxzefarchiver/ZEFFileReader.h"
 #include "zef.h"
@@ -25,62 +26,6 @@ struct CreateOptions {
   std::string manifest;
   std::vector<std::string> inputs;
 };
-
-void addInput(ZEFEntryMap& inputs, const std::string& source, const std::string& destination) {
-  inputs[source] = ZEFEntryRecord(ZEFEntryKindFile, nullptr, false, destination);
-}
-
-// A directory brings everything below it; links below it are not followed.
-void addTree(ZEFEntryMap& inputs, const std::string& source, const std::string& destination) {
-  addInput(inputs, source, destination);
-  struct stat status;
-  if (lstat(source.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return;
-  std::error_code error;
-  for (auto it = std::filesystem::recursive_directory_iterator(source, error);
-       !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
-    // Lexical, so that a link below the directory keeps its own name.
-    const std::string relative = it->path().lexically_relative(source).string();
-    addInput(inputs, it->path().string(), destination + "/" + relative);
-  }
-}
-
-// An input without a destination is stored under its source path, less any
-// leading "/" so that extraction stays below its directory. Naming that path
-// as the destination, rather than leaving it empty, lets links among the
-// inputs find the entries they point to instead of storing those files twice.
-void addNamedTree(ZEFEntryMap& inputs, const std::string& source, const std::string& destination) {
-  if (!destination.empty()) return addTree(inputs, source, destination);
-  const size_t start = source.find_first_not_of('/');
-  addTree(inputs, source, start == std::string::npos ? "" : source.substr(start));
-}
-
-// "SOURCE" or "SOURCE=DEST".
-void addArgument(ZEFEntryMap& inputs, const std::string& argument) {
-  const size_t equals = argument.find('=');
-  if (equals == std::string::npos) {
-    addNamedTree(inputs, argument, "");
-  } else {
-    addNamedTree(inputs, argument.substr(0, equals), argument.substr(equals + 1));
-  }
-}
-
-// One SOURCE<TAB>DEST pair a line; blank lines are skipped.
-bool addManifest(ZEFEntryMap& inputs, const std::string& manifest) {
-  std::ifstream in(manifest);
-  if (!in) return false;
-  std::string line;
-  while (std::getline(in, line)) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line.empty()) continue;
-    const size_t tab = line.find('\t');
-    if (tab == std::string::npos) {
-      addNamedTree(inputs, line, "");
-    } else {
-      addNamedTree(inputs, line.substr(0, tab), line.substr(tab + 1));
-    }
-  }
-  return true;
-}
 
 int parse(const std::vector<std::string>& args, CreateOptions& options) {
   bool optionsEnded = false;
@@ -115,25 +60,92 @@ void release(CreationContext& context) {
   context = CreationContext();
 }
 
+// The closing line of a run that changed nothing.
+int notCreated(const ArchivePath& archive, const char* outcome) {
+  return failure("could not create '" + archive.path + "'; " + outcome);
+}
+
+const char* unchanged(const ArchivePath& archive) {
+  return archive.exists ? "the previous archive is unchanged" : "nothing was written";
+}
+
+// Everything is checked before the first byte is written; every refusal has
+// had its own line.
+bool gatherInputs(const CreateOptions& options, InputGatherer& gatherer) {
+  for (const std::string& input : options.inputs) gatherer.addArgument(input);
+  bool ok = true;
+  if (!options.manifest.empty() && !gatherer.addManifest(options.manifest)) {
+    failure(options.manifest + ": the manifest cannot be read");
+    ok = false;
+  }
+  gatherer.checkNames();
+  return ok && gatherer.refusals() == 0;
+}
+
+bool writeArchive(const CreateOptions& options, const std::string& path, ZEFEntryMap& inputs) {
+  std::unique_ptr<ZEFArchWriter> writer(getZipWriter());
+  if (!writer) return false;
+  writer->setCompressionLevel(options.level);
+  writer->setOverwrite(true);  // the temporary file is already there, and ours
+  CreationContext context;
+  const int status = writer->createArchive(path.c_str(), inputs, &context);
+  release(context);
+  return status == 0;
+}
+
+void reportFinding(const ArchivePath& archive, const kxzef::AuditReport& report, const kxzef::AuditFinding& finding) {
+  const std::string cause = finding.detail.empty() ? kxzef::findingText(finding.kind) : finding.detail;
+  if (finding.entryIndex < 0 || static_cast<size_t>(finding.entryIndex) >= report.entries.size()) {
+    failure(archive.path + ": " + cause);
+    return;
+  }
+  failure(archive.path + ": " + kxzef::quotedName(report.entries[finding.entryIndex].name) + " " + cause);
+}
+
+// The writer does not notice a failure to flush its last bytes (a full disk,
+// a file size limit); reading the file back does.
+bool readsBack(const ArchivePath& archive, const std::string& path) {
+  kxzef::AuditReport report;
+  std::vector<kxzef::AuditFinding> failures;
+  if (kxzef::auditArchive(path.c_str(), kxzef::AuditOptions{}, report) != kxzef::AuditOk ||
+      kxzef::testArchive(path.c_str(), report, failures) != kxzef::AuditOk) {
+    failure(archive.path + ": the new archive cannot be read back; it is incomplete "
+            "(was the disk full, or a file size limit reached?)");
+    return false;
+  }
+  for (const kxzef::AuditFinding& finding : report.findings) reportFinding(archive, report, finding);
+  for (const kxzef::AuditFinding& finding : failures) reportFinding(archive, report, finding);
+  return report.findings.empty() && failures.empty();
+}
+
+int writeAndReplace(const CreateOptions& options, const ArchivePath& archive, ZEFEntryMap& inputs) {
+  AtomicOutput output;
+  if (std::string problem = output.open(archive); !problem.empty()) {
+    failure(problem);
+    return notCreated(archive, unchanged(archive));
+  }
+  if (!writeArchive(options, output.writerPath(), inputs) || !readsBack(archive, output.writerPath())) {
+    return notCreated(archive, unchanged(archive));
+  }
+  std::string problem = output.seal(archiveMode(archive));
+  if (problem.empty()) problem = output.commit(archive, options.keep);
+  if (!problem.empty()) return failure(problem);
+  return ExitOk;
+}
+
 }  // namespace
 
 int createCommand(const std::vector<std::string>& args) {
   CreateOptions options;
   if (int status = parse(args, options); status != ExitOk) return status;
-  ZEFEntryMap inputs;
-  for (const std::string& input : options.inputs) addArgument(inputs, input);
-  if (!options.manifest.empty() && !addManifest(inputs, options.manifest)) {
-    return failure("cannot read the manifest '" + options.manifest + "'");
-  }
-  std::unique_ptr<ZEFArchWriter> writer(getZipWriter());
-  if (!writer) return failure("cannot make a writer for '" + options.archive + "'");
-  writer->setCompressionLevel(options.level);
-  writer->setOverwrite(!options.keep);
-  CreationContext context;
-  const int status = writer->createArchive(options.archive.c_str(), inputs, &context);
-  release(context);
-  if (status != 0) return failure("could not create '" + options.archive + "'");
-  return ExitOk;
+  ArchivePath archive;
+  const std::string archiveProblem = resolveArchivePath(options.archive, options.keep, archive);
+  if (!archiveProblem.empty()) failure(archive.path + ": " + archiveProblem);
+  InputGatherer gatherer(archive.exists ? &archive.current : nullptr);
+  if (!gatherInputs(options, gatherer) || !archiveProblem.empty()) return notCreated(archive, "nothing was written");
+  // A file size limit then fails the write, which is reported, instead of ending zef.
+  std::signal(SIGXFSZ, SIG_IGN);
+  return writeAndReplace(options, archive, gatherer.inputs());
 }
 
 }  // namespace zef
