@@ -98,12 +98,20 @@ std::string randomSuffix() {
   return suffix;
 }
 
-// ".NAME.zef-tmp-XXXXXX", NAME cut short enough for the writer and before a
-// UTF-8 continuation byte never.
+// ".NAME.zef-tmp-XXXXXX", NAME cut to fit the writer's limit, never inside
+// a UTF-8 character.
 std::string temporaryName(const std::string& archiveName) {
   size_t stem = std::min(archiveName.size(), TemporaryStemLimit);
   while (stem > 0 && stem < archiveName.size() && (archiveName[stem] & 0xC0) == 0x80) --stem;
   return "." + archiveName.substr(0, stem) + TemporaryMarker + randomSuffix();
+}
+
+// The permission bits of the archive replaced, or what the umask leaves of 0666.
+mode_t archiveMode(const ArchivePath& archive) {
+  if (archive.exists) return archive.current.st_mode & PermissionBits;
+  const mode_t mask = umask(0);
+  umask(mask);
+  return NewFileBits & ~mask;
 }
 
 }  // namespace
@@ -141,12 +149,6 @@ bool isTemporaryArchiveName(const char* name) {
   return std::memcmp(name + length - RandomLength - MarkerLength, TemporaryMarker, MarkerLength) == 0;
 }
 
-mode_t archiveMode(const ArchivePath& archive) {
-  if (archive.exists) return archive.current.st_mode & PermissionBits;
-  const mode_t mask = umask(0);
-  umask(mask);
-  return NewFileBits & ~mask;
-}
 
 AtomicOutput::~AtomicOutput() { discard(); }
 
@@ -171,18 +173,20 @@ std::string AtomicOutput::open(const ArchivePath& archive) {
   return "";
 }
 
-std::string AtomicOutput::seal(mode_t mode) {
+std::string AtomicOutput::seal(const ArchivePath& archive) {
   struct stat ours, there;
   if (fstat(fileFd_, &ours) != 0 || fstatat(directoryFd_, tempName_.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0 ||
       ours.st_dev != there.st_dev || ours.st_ino != there.st_ino) {
-    return tempName_ + ": the temporary file was replaced while zef wrote it";
+    return archive.path + ": the temporary file " + tempName_ + " was replaced while zef wrote it";
   }
-  if (fchmod(fileFd_, mode) != 0 || fsync(fileFd_) != 0) {
-    return tempName_ + ": cannot be flushed to disk (" + systemCause(errno) + ")";
+  bool failed = fchmod(fileFd_, archiveMode(archive)) != 0 || fsync(fileFd_) != 0;
+  int error = errno;
+  if (close(fileFd_) != 0 && !failed) {
+    failed = true;
+    error = errno;
   }
-  const int closed = close(fileFd_);
   fileFd_ = -1;
-  if (closed != 0) return tempName_ + ": cannot be flushed to disk (" + systemCause(errno) + ")";
+  if (failed) return archive.path + ": the new archive cannot be flushed to disk (" + systemCause(error) + ")";
   return "";
 }
 

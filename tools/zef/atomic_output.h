@@ -48,9 +48,10 @@ class AtomicOutput {
   // that the writer neither cuts it nor appends to it.
   const std::string& writerPath() const { return writerPath_; }
 
-  // Makes sure the file written is still ours, gives it `mode`, and flushes
-  // it to disk. Returns "", or a message naming the file and the cause.
-  std::string seal(mode_t mode);
+  // Makes sure the file written is still ours, gives it the permission bits
+  // of the archive it replaces (or what the umask leaves of 0666), and
+  // flushes it to disk. Returns "", or a message naming the archive and the cause.
+  std::string seal(const ArchivePath& archive);
 
   // Renames the temporary file to the archive's name and flushes the
   // directory. With `keep`, an archive that appeared meanwhile is left alone
@@ -65,10 +66,6 @@ class AtomicOutput {
   std::string tempName_;
   std::string writerPath_;
 };
-
-// The permission bits a new archive gets: those of the archive it replaces,
-// or what the umask leaves of 0666.
-mode_t archiveMode(const ArchivePath& archive);
 
 // errno's text in lower case, for "cannot be read (permission denied)".
 std::string systemCause(int error);

@@ -4,6 +4,7 @@
 // own habits (removing the name it was given on failure, cutting names at
 // 255 bytes) then only ever touch zef's temporary file.
 #include <csignal>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,6 +19,8 @@
 namespace zef {
 
 namespace {
+
+constexpr size_t MaxEntries = 65535;
 
 struct CreateOptions {
   int level = 6;
@@ -79,6 +82,11 @@ bool gatherInputs(const CreateOptions& options, InputGatherer& gatherer) {
     ok = false;
   }
   gatherer.checkNames();
+  // The end record counts entries in 16 bits; readers would lose the rest.
+  if (gatherer.inputs().size() > MaxEntries) {
+    failure(std::to_string(gatherer.inputs().size()) + " inputs: an archive holds at most 65535 entries");
+    ok = false;
+  }
   return ok && gatherer.refusals() == 0;
 }
 
@@ -127,9 +135,11 @@ int writeAndReplace(const CreateOptions& options, const ArchivePath& archive, ZE
   if (!writeArchive(options, output.writerPath(), inputs) || !readsBack(archive, output.writerPath())) {
     return notCreated(archive, unchanged(archive));
   }
-  std::string problem = output.seal(archiveMode(archive));
-  if (problem.empty()) problem = output.commit(archive, options.keep);
-  if (!problem.empty()) return failure(problem);
+  if (std::string problem = output.seal(archive); !problem.empty()) {
+    failure(problem);
+    return notCreated(archive, unchanged(archive));
+  }
+  if (std::string problem = output.commit(archive, options.keep); !problem.empty()) return failure(problem);
   return ExitOk;
 }
 
