@@ -113,8 +113,8 @@ std::string helpText(const std::string& command) {
          "  zef --version   the library's version and build date\n"
          "  zef COMMAND --help\n"
          "\n"
-         "Exit status: 0 on success, 1 when the library reports a failure (its messages\n"
-         "are on standard error), 2 for a mistake in the command line.\n";
+         "Exit status: 0 on success, 1 when zef refuses or the library reports a failure\n"
+         "(the messages are on standard error), 2 for a mistake in the command line.\n";
 }
 
 }  // namespace zef
