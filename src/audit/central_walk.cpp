@@ -206,7 +206,7 @@ void readCentralRecord(const unsigned char* record, AuditReport& report) {
   const bool zip64Extra = applyZip64Extra(extra, extraLength, entry.uncompressedSize, entry.compressedSize,
                                           &entry.localHeaderOffset, &disk);
   setKind(entry, carriesLinkBlock(extra, extraLength));
-  if (marked || zip64Extra) addFinding(report, FindingKind::Zip64, index, "has ZIP64 sizes or offsets");
+  if (marked || zip64Extra) addFinding(report, FindingKind::Zip64, index, "has ZIP64 sizes or offsets in its central record");
   if (disk != 0) addFinding(report, FindingKind::MultiDisk, index, "starts on disk " + std::to_string(disk));
   reportRecordFindings(entry, index, report);
 }

@@ -17,6 +17,7 @@ constexpr size_t LocalWindowSize = 160 * 1024;
 // Small entries lie close together: one read of this much usually holds the next header too.
 constexpr size_t LocalReadSize = 16 * 1024;
 constexpr uint64_t FlagEncrypted = 0x0001;
+constexpr uint64_t Marker32 = 0xFFFFFFFF;
 
 uint64_t at(const unsigned char* record, int offset, int width) { return readLittleEndian(record + offset, width); }
 
@@ -32,7 +33,7 @@ const char* disagreement(const AuditEntry& entry, const unsigned char* header, c
     return "has a local header with another name";
   }
   if (local.method != entry.method) return "has a local header with another method";
-  if ((local.flags ^ entry.flags) & FlagEncrypted) return "has a local header that disagrees on encryption";
+  if ((local.flags ^ entry.flags) & (FlagEncrypted | FlagDataDescriptor)) return "has a local header with other flags";
   // With a data descriptor the local fields are zeros or guesses.
   if ((local.flags | entry.flags) & FlagDataDescriptor) return nullptr;
   if (local.crc != entry.crc) return "has a local header with another CRC";
@@ -60,6 +61,12 @@ void checkLocalHeader(ReadWindow& window, uint64_t bytesBefore, int64_t index, A
   }
   entry.dataOffset = position + length;
   LocalFields local{at(header, 6, 2), at(header, 8, 2), at(header, 14, 4), at(header, 18, 4), at(header, 22, 4)};
+  // The reading core compares the local sizes as they stand, so ZIP64 ones
+  // are refused there even when the central record needs none.
+  const bool centralFits = entry.compressedSize < Marker32 && entry.uncompressedSize < Marker32;
+  if (centralFits && (local.compressedSize == Marker32 || local.uncompressedSize == Marker32)) {
+    addFinding(report, FindingKind::Zip64, index, "has ZIP64 sizes in its local header");
+  }
   applyZip64Extra(header + LocalHeaderSize + nameLength, extraLength, local.uncompressedSize, local.compressedSize,
                   nullptr, nullptr);
   if (const char* why = disagreement(entry, header, local); why != nullptr) {

@@ -280,7 +280,8 @@ std::vector<Case> zip64Cases() {
          entry.localExtra = entry.centralExtra;
          return archiveOf({entry});
        },
-       {"0 ZIP64: has ZIP64 sizes or offsets"}, "sizes from the ZIP64 extra field agree"},
+       {"0 ZIP64: has ZIP64 sizes or offsets in its central record", "0 ZIP64: has ZIP64 sizes in its local header"},
+       "sizes from the ZIP64 extra fields agree"},
   };
 }
 
@@ -299,8 +300,15 @@ std::vector<Case> localHeaderCases() {
       {localDiffers([](HandEntry& e) { e.method = 8; }), {"0 local header mismatch: has a local header with another method"}, "method"},
       {localDiffers([](HandEntry& e) { e.crc ^= 1; }), {"0 local header mismatch: has a local header with another CRC"}, "CRC"},
       {localDiffers([](HandEntry& e) { e.uncompressedSize = 9; }), {"0 local header mismatch: has a local header with other sizes"}, "size"},
-      {localDiffers([](HandEntry& e) { e.flags = 1; }), {"0 local header mismatch: has a local header that disagrees on encryption"},
+      {localDiffers([](HandEntry& e) { e.flags = 1; }), {"0 local header mismatch: has a local header with other flags"},
        "a reader of the local header would decrypt"},
+      {localDiffers([](HandEntry& e) { e.flags = 8; }), {"0 local header mismatch: has a local header with other flags"},
+       "a descriptor only the local header announces"},
+      {localDiffers([](HandEntry& e) {
+         e.compressedSize = e.uncompressedSize = 0xFFFFFFFF;
+         e.localExtra = le(1, 2) + le(16, 2) + le(5, 8) + le(5, 8);  // tag, size, real sizes
+       }),
+       {"0 ZIP64: has ZIP64 sizes in its local header"}, "forced ZIP64 sizes the reader compares as they stand"},
       {[] {
          HandEntry entry = storedEntry("a", "1");
          entry.localHeaderOffset = 5;
