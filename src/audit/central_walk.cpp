@@ -218,7 +218,7 @@ int placeDirectory(AuditFile& file, AuditReport& report, DirectoryPlace& place) 
   bool found = false;
   if (int status = findEndRecord(file, endPosition, found); status != AuditOk) return status;
   if (!found) return AuditNotAnArchive;
-  ReadWindow window(file, Zip64EndSize + Zip64LocatorSize + EndRecordSize, 0);
+  ReadWindow window(file, Zip64EndSize + Zip64LocatorSize + EndRecordSize);
   const unsigned char* record = window.bytesAt(endPosition, EndRecordSize);
   if (record == nullptr) return file.failed() ? AuditCannotOpen : AuditNotAnArchive;
   EndFields fields = readEndFields(record);
@@ -275,14 +275,14 @@ bool applyZip64Extra(const unsigned char* extra, size_t size, uint64_t& uncompre
 
 int walkDirectory(AuditFile& file, const DirectoryPlace& place, AuditReport& report) {
   static_assert(DirectoryReadSize >= MaxCentralRecord, "a whole central record fits the window");
-  ReadWindow window(file, DirectoryReadSize, DirectoryReadSize);
+  ReadWindow window(file, DirectoryReadSize);
   if (!window.valid()) {
     errno = ENOMEM;
     return AuditCannotOpen;
   }
   uint64_t position = place.directoryStart;
   while (place.directoryEnd - position >= CentralHeaderSize) {
-    const unsigned char* header = window.bytesAt(position, CentralHeaderSize);
+    const unsigned char* header = window.bytesAt(position, CentralHeaderSize, DirectoryReadSize);
     if (header == nullptr || at(header, 0, 4) != CentralHeaderSignature) break;
     const uint64_t length = CentralHeaderSize + at(header, 28, 2) + at(header, 30, 2) + at(header, 32, 2);
     if (length > place.directoryEnd - position) break;

@@ -14,8 +14,11 @@ namespace {
 // A local header with the longest name and extra field.
 constexpr size_t MaxLocalRecord = LocalHeaderSize + 2 * 0xFFFF;
 constexpr size_t LocalWindowSize = 160 * 1024;
-// Small entries lie close together: one read of this much usually holds the next header too.
-constexpr size_t LocalReadSize = 16 * 1024;
+// Small entries lie close together: after a header whose data is shorter
+// than this, one read of this much usually holds the next headers too.
+constexpr size_t LocalReadAhead = 16 * 1024;
+// After a large entry's header, only room for a usual name and extra field.
+constexpr size_t LocalHeaderReadAhead = 1024;
 constexpr uint64_t FlagEncrypted = 0x0001;
 constexpr uint64_t Marker32 = 0xFFFFFFFF;
 
@@ -47,7 +50,9 @@ const char* disagreement(const AuditEntry& entry, const unsigned char* header, c
 void checkLocalHeader(ReadWindow& window, uint64_t bytesBefore, int64_t index, AuditReport& report) {
   AuditEntry& entry = report.entries[static_cast<size_t>(index)];
   const uint64_t position = entry.localHeaderOffset + bytesBefore;
-  const unsigned char* header = position >= bytesBefore ? window.bytesAt(position, LocalHeaderSize) : nullptr;
+  const size_t readAhead = entry.compressedSize < LocalReadAhead ? LocalReadAhead : LocalHeaderReadAhead;
+  const unsigned char* header =
+      position >= bytesBefore ? window.bytesAt(position, LocalHeaderSize, readAhead) : nullptr;
   if (header == nullptr || at(header, 0, 4) != LocalHeaderSignature) {
     addFinding(report, FindingKind::LocalHeaderMismatch, index, "has no local header where its record points");
     return;
@@ -78,7 +83,7 @@ void checkLocalHeader(ReadWindow& window, uint64_t bytesBefore, int64_t index, A
 
 int checkLocalHeaders(AuditFile& file, const DirectoryPlace& place, AuditReport& report) {
   static_assert(LocalWindowSize >= MaxLocalRecord, "a whole local header fits the window");
-  ReadWindow window(file, LocalWindowSize, LocalReadSize);
+  ReadWindow window(file, LocalWindowSize);
   if (!window.valid()) {
     errno = ENOMEM;
     return AuditCannotOpen;
