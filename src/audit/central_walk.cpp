@@ -26,6 +26,7 @@ constexpr uint64_t Marker32 = 0xFFFFFFFF;
 // A central header with the longest name, extra field and comment.
 constexpr size_t MaxCentralRecord = CentralHeaderSize + 3 * 0xFFFF;
 constexpr size_t DirectoryReadSize = 256 * 1024;
+constexpr uint64_t EntriesReservedAtOnce = 1 << 16;
 
 uint64_t at(const unsigned char* record, int offset, int width) { return readLittleEndian(record + offset, width); }
 
@@ -280,6 +281,10 @@ int walkDirectory(AuditFile& file, const DirectoryPlace& place, AuditReport& rep
     errno = ENOMEM;
     return AuditCannotOpen;
   }
+  // Room for what the claim and the directory's bytes allow, but no more than
+  // a usual archive needs before a record is read: beyond that, growth follows the records.
+  report.entries.reserve(std::min({place.countedEntries, (place.directoryEnd - place.directoryStart) / CentralHeaderSize,
+                                   EntriesReservedAtOnce}));
   uint64_t position = place.directoryStart;
   while (place.directoryEnd - position >= CentralHeaderSize) {
     const unsigned char* header = window.bytesAt(position, CentralHeaderSize, DirectoryReadSize);
