@@ -10,6 +10,7 @@
 
 #include "support/temp_dir.h"
 #include "support/zip_records.h"
+#include "zip/unzip_archive.h"
 
 namespace kxzef {
 namespace {
@@ -25,31 +26,31 @@ struct ReadOutcome { int openStatus, lastRead; std::string data; int closeStatus
 class ReadingCore : public testing::TempDirTest {
  protected:
   bool openBytes(const std::string& bytes) {
-    closeArchive(archive);
-    return openArchive(archive, writeFile("t.zip", bytes).c_str(), nullptr);
+    archive.closeArchive();
+    return archive.openArchive(writeFile("t.zip", bytes).c_str(), nullptr);
   }
 
   // Opens the current entry, reads it in pieces until its end or `limit` bytes, and closes it.
   ReadOutcome readCurrent(uint32_t piece = 8192, size_t limit = SIZE_MAX) {
-    ReadOutcome outcome{openCurrentEntry(archive, nullptr, nullptr, 0), 0, "", 0};
+    ReadOutcome outcome{archive.openCurrentEntry(nullptr, nullptr, 0), 0, "", 0};
     if (outcome.openStatus != StatusOk) return outcome;
     std::vector<char> buffer(piece);
     int count = 0;
-    while (outcome.data.size() < limit && (count = readCurrentEntry(archive, buffer.data(), piece)) > 0)
+    while (outcome.data.size() < limit && (count = archive.readCurrentEntry(buffer.data(), piece)) > 0)
       outcome.data.append(buffer.data(), count);
     outcome.lastRead = count;
-    outcome.closeStatus = closeCurrentEntry(archive);
+    outcome.closeStatus = archive.closeCurrentEntry();
     return outcome;
   }
 
   // One line per entry: name, CRC, sizes, method, then CRC and size of the content read.
   std::string walkListing() {
     std::ostringstream out;
-    int status = goToFirstEntry(archive);
-    for (; status == StatusOk; status = goToNextEntry(archive)) {
+    int status = archive.goToFirstEntry();
+    for (; status == StatusOk; status = archive.goToNextEntry()) {
       EntryInfo info{};
       char name[512] = {};
-      EXPECT_EQ(getCurrentEntryInfo(archive, &info, name, sizeof name - 1, nullptr, 0, nullptr, 0), StatusOk);
+      EXPECT_EQ(archive.getCurrentEntryInfo(&info, name, sizeof name - 1, nullptr, 0, nullptr, 0), StatusOk);
       const ReadOutcome read = readCurrent();
       EXPECT_EQ(read.closeStatus, StatusOk) << name;
       out << name << ' ' << info.crc << ' ' << info.compressedSize << ' ' << info.uncompressedSize << ' '
@@ -115,33 +116,33 @@ TEST_F(ReadingCore, ReadsArchivesMadeByZipAndPythonWithAndWithoutAPrefix) {
             0);
   const std::pair<std::string, uint64_t> files[] = {{"z.zip", 0}, {"sfx.zip", 9}, {"adjusted.zip", 0}, {"psfx.zip", 7}};
   for (const auto& [file, bytesBefore] : files) {
-    ASSERT_TRUE(openArchive(archive, file.c_str(), nullptr)) << file;
-    EXPECT_EQ(archive.bytesBefore, bytesBefore) << file;
+    ASSERT_TRUE(archive.openArchive(file.c_str(), nullptr)) << file;
+    EXPECT_EQ(archive.bytesBefore(), bytesBefore) << file;
     EXPECT_EQ(walkListing(), pythonListing(file)) << file;
   }
   char comment[64];
-  EXPECT_EQ(getGlobalComment(archive, comment, sizeof comment), 15);
+  EXPECT_EQ(archive.getGlobalComment(comment, sizeof comment), 15);
   EXPECT_STREQ(comment, "archive comment");
 }
 
 TEST_F(ReadingCore, WalkStopsAtTheLastEntryAndPositionsRoundTripWithoutWrappingAround) {
   ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
-  ASSERT_EQ(goToNextEntry(archive), StatusOk);
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
   uint64_t position = 0, index = 0;
-  ASSERT_EQ(getEntryPosition(archive, &position, &index), StatusOk);
-  ASSERT_EQ(goToNextEntry(archive), StatusOk);
-  EXPECT_EQ(goToNextEntry(archive), StatusEndOfList);
+  ASSERT_EQ(archive.getEntryPosition(&position, &index), StatusOk);
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
+  EXPECT_EQ(archive.goToNextEntry(), StatusEndOfList);
   EXPECT_EQ(readCurrent().data, "333");  // the last entry stays current
-  ASSERT_EQ(goToEntryPosition(archive, position, index), StatusOk);
+  ASSERT_EQ(archive.goToEntryPosition(position, index), StatusOk);
   EXPECT_EQ(readCurrent().data, "22");
-  EXPECT_EQ(goToEntryPosition(archive, position + 1, 1), StatusBadArchive);  // no header there
+  EXPECT_EQ(archive.goToEntryPosition(position + 1, 1), StatusBadArchive);  // no header there
   // The prefix holds a central header of its own at offset 0: a position
   // that wrapped around past the prefix would land on it.
   const std::string prefix = testing::centralHeader(storedEntry("decoy", ""), 0);
   ASSERT_TRUE(openBytes(prefix + buildArchive({storedEntry("real", "x")})));
-  ASSERT_EQ(archive.bytesBefore, prefix.size());
-  EXPECT_EQ(goToEntryPosition(archive, UINT64_MAX - prefix.size() + 1, 0), StatusIoError);
-  EXPECT_EQ(goToNextEntry(archive), StatusEndOfList);
+  ASSERT_EQ(archive.bytesBefore(), prefix.size());
+  EXPECT_EQ(archive.goToEntryPosition(UINT64_MAX - prefix.size() + 1, 0), StatusIoError);
+  EXPECT_EQ(archive.goToNextEntry(), StatusEndOfList);
 }
 
 TEST_F(ReadingCore, LocateEntryFollowsTheCaseRuleAndStaysPutWhenNotFound) {
@@ -157,8 +158,8 @@ TEST_F(ReadingCore, LocateEntryFollowsTheCaseRuleAndStaysPutWhenNotFound) {
       {"absent", CaseInsensitive, StatusEndOfList, "xy"},
   };
   for (const auto& row : rows) {
-    ASSERT_EQ(locateEntry(archive, "x/y", CaseSensitive), StatusOk);
-    EXPECT_EQ(locateEntry(archive, row.name.c_str(), row.rule), row.status) << row.name.substr(0, 20);
+    ASSERT_EQ(archive.locateEntry("x/y", CaseSensitive), StatusOk);
+    EXPECT_EQ(archive.locateEntry(row.name.c_str(), row.rule), row.status) << row.name.substr(0, 20);
     EXPECT_EQ(readCurrent().data, row.content) << row.name.substr(0, 20);
   }
 }
