@@ -10,7 +10,6 @@
 
 #include "support/temp_dir.h"
 #include "support/zip_records.h"
-#include "zip/unzip_archive.h"
 
 namespace kxzef {
 namespace {
@@ -22,6 +21,15 @@ using testing::storedEntry;
 
 // lastRead: the last read's result, 0 at the entry's end, a failing status, or a count.
 struct ReadOutcome { int openStatus, lastRead; std::string data; int closeStatus; };
+
+// An entry changed after it was built, and how reading it ends. lastRead: 0
+// at the entry's end, the failing status, or the count when cut short at `limit`.
+struct DataChange {
+  HandEntry entry;
+  void (*change)(HandEntry&);
+  size_t limit;
+  int lastRead, closeStatus;
+};
 
 class ReadingCore : public testing::TempDirTest {
  protected:
@@ -41,6 +49,16 @@ class ReadingCore : public testing::TempDirTest {
     outcome.lastRead = count;
     outcome.closeStatus = archive.closeCurrentEntry();
     return outcome;
+  }
+
+  // Reads the changed entry of `row` in pieces of 777 bytes (2,500 when cut short).
+  void expectOutcome(const DataChange& row, size_t rowNumber) {
+    HandEntry entry = row.entry;
+    row.change(entry);
+    ASSERT_TRUE(openBytes(buildArchive({entry}))) << rowNumber;
+    const ReadOutcome read = readCurrent(row.limit == SIZE_MAX ? 777 : 2500, row.limit);
+    EXPECT_EQ(read.lastRead, row.lastRead) << rowNumber;
+    EXPECT_EQ(read.closeStatus, row.closeStatus) << rowNumber;
   }
 
   // One line per entry: name, CRC, sizes, method, then CRC and size of the content read.
@@ -72,7 +90,7 @@ class ReadingCore : public testing::TempDirTest {
   UnzipArchive archive;
 };
 
-TEST_F(ReadingCore, EndRecordIsFoundOnlyWithinItsReachAndMustBeConsistent) {
+TEST_F(ReadingCore, ArchiveOpensOnlyWithAReachableConsistentEndRecord) {
   // The entry is large enough that no search window is cut short by the start of the file.
   const HandEntry entry = storedEntry("a", std::string(5000, 'x'));
   const std::string good = buildArchive({entry});
@@ -100,7 +118,7 @@ TEST_F(ReadingCore, EndRecordIsFoundOnlyWithinItsReachAndMustBeConsistent) {
   }
 }
 
-TEST_F(ReadingCore, ReadsArchivesMadeByZipAndPythonWithAndWithoutAPrefix) {
+TEST_F(ReadingCore, ReadsArchivesOfOtherToolsBehindAnyPrefix) {
   if (!testing::haveProgram("zip") || !testing::haveProgram("python3")) GTEST_SKIP() << "zip or python3 missing";
   writeFile("stored.txt", sampleText(40000));
   writeFile("empty", "");
@@ -125,14 +143,20 @@ TEST_F(ReadingCore, ReadsArchivesMadeByZipAndPythonWithAndWithoutAPrefix) {
   EXPECT_STREQ(comment, "archive comment");
 }
 
-TEST_F(ReadingCore, WalkStopsAtTheLastEntryAndPositionsRoundTripWithoutWrappingAround) {
+TEST_F(ReadingCore, WalkStopsAtTheLastEntry) {
+  ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
+  EXPECT_EQ(archive.goToNextEntry(), StatusEndOfList);
+  EXPECT_EQ(readCurrent().data, "333");  // the last entry stays current
+}
+
+TEST_F(ReadingCore, EntryPositionsRoundTripWithoutWrappingAround) {
   ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
   ASSERT_EQ(archive.goToNextEntry(), StatusOk);
   uint64_t position = 0, index = 0;
   ASSERT_EQ(archive.getEntryPosition(&position, &index), StatusOk);
   ASSERT_EQ(archive.goToNextEntry(), StatusOk);
-  EXPECT_EQ(archive.goToNextEntry(), StatusEndOfList);
-  EXPECT_EQ(readCurrent().data, "333");  // the last entry stays current
   ASSERT_EQ(archive.goToEntryPosition(position, index), StatusOk);
   EXPECT_EQ(readCurrent().data, "22");
   EXPECT_EQ(archive.goToEntryPosition(position + 1, 1), StatusBadArchive);  // no header there
@@ -145,23 +169,30 @@ TEST_F(ReadingCore, WalkStopsAtTheLastEntryAndPositionsRoundTripWithoutWrappingA
   EXPECT_EQ(archive.goToNextEntry(), StatusEndOfList);
 }
 
-TEST_F(ReadingCore, LocateEntryFollowsTheCaseRuleAndStaysPutWhenNotFound) {
+TEST_F(ReadingCore, LocateEntryFollowsTheCaseRule) {
   ASSERT_TRUE(openBytes(buildArchive({storedEntry("README.txt", "r"), storedEntry(std::string(255, 'n'), "n"),
                                       storedEntry("x/y", "xy")})));
-  // content: of the entry current afterwards
   const struct { std::string name; int rule, status; const char* content; } rows[] = {
       {"readme.TXT", CaseInsensitive, StatusOk, "r"},
       {"readme.TXT", CaseSensitive, StatusEndOfList, "xy"},
       {"X/Y", 2, StatusOk, "xy"},  // every rule but 1 ignores case
-      {std::string(255, 'N'), CaseInsensitive, StatusOk, "n"},
-      {std::string(256, 'n'), CaseInsensitive, StatusBadParameter, "xy"},
-      {"absent", CaseInsensitive, StatusEndOfList, "xy"},
+      {std::string(255, 'N'), CaseInsensitive, StatusOk, "n"},  // the longest name there is
   };
   for (const auto& row : rows) {
     ASSERT_EQ(archive.locateEntry("x/y", CaseSensitive), StatusOk);
     EXPECT_EQ(archive.locateEntry(row.name.c_str(), row.rule), row.status) << row.name.substr(0, 20);
     EXPECT_EQ(readCurrent().data, row.content) << row.name.substr(0, 20);
   }
+}
+
+TEST_F(ReadingCore, FailedLocateKeepsTheCurrentEntry) {
+  ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
+  EXPECT_EQ(archive.locateEntry("absent", CaseInsensitive), StatusEndOfList);
+  EXPECT_EQ(archive.locateEntry(std::string(256, 'b').c_str(), CaseInsensitive), StatusBadParameter);
+  EXPECT_EQ(readCurrent().data, "22");
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);  // the walk goes on from there
+  EXPECT_EQ(readCurrent().data, "333");
 }
 
 TEST_F(ReadingCore, LocalHeaderMustAgreeWithTheCentralOne) {
@@ -188,29 +219,30 @@ TEST_F(ReadingCore, LocalHeaderMustAgreeWithTheCentralOne) {
   }
 }
 
-TEST_F(ReadingCore, BrokenDataEndsReadingAndTheCrcIsCheckedOnlyAfterAFullRead) {
+void flipCrc(HandEntry& entry) { entry.crc ^= 0x80000000u; }
+
+TEST_F(ReadingCore, CrcIsJudgedOnlyAfterAFullRead) {
   const HandEntry stored = storedEntry("stored", sampleText(20000));
   const HandEntry deflated = testing::deflatedEntry("deflated", sampleText(20000));
-  using Change = void (*)(HandEntry&);
-  const Change badCrc = [](HandEntry& e) { e.crc ^= 0x80000000u; };
-  // A CRC verdict comes only for an entry read to its end.
-  const struct { HandEntry entry; Change change; size_t limit; int lastRead, closeStatus; } rows[] = {
-      {stored, badCrc, SIZE_MAX, 0, StatusCrcError},
-      {deflated, badCrc, SIZE_MAX, 0, StatusCrcError},
-      {deflated, badCrc, 2500, 2500, StatusOk},
-      {deflated, [](HandEntry& e) { e.data[0] = '\xFF'; }, SIZE_MAX, Z_DATA_ERROR, StatusOk},  // no block type 3
-      {deflated, [](HandEntry& e) { e.data.resize(e.compressedSize /= 2); }, SIZE_MAX, Z_BUF_ERROR, StatusOk},
-      {stored, [](HandEntry& e) { e.compressedSize = e.uncompressedSize = 100000; }, SIZE_MAX, StatusIoError, StatusOk},
+  const DataChange rows[] = {
+      {stored, flipCrc, SIZE_MAX, 0, StatusCrcError},
+      {deflated, flipCrc, SIZE_MAX, 0, StatusCrcError},
+      {deflated, flipCrc, 2500, 2500, StatusOk},  // half read: no verdict
       {stored, [](HandEntry& e) { e.uncompressedSize = 3; }, SIZE_MAX, 0, StatusCrcError},  // size too short
   };
-  for (const auto& row : rows) {
-    HandEntry entry = row.entry;
-    row.change(entry);
-    ASSERT_TRUE(openBytes(buildArchive({entry})));
-    const ReadOutcome read = readCurrent(row.limit == SIZE_MAX ? 777 : 2500, row.limit);
-    EXPECT_EQ(read.lastRead, row.lastRead) << &row - rows;
-    EXPECT_EQ(read.closeStatus, row.closeStatus) << &row - rows;
-  }
+  for (const auto& row : rows) expectOutcome(row, &row - rows);
+}
+
+TEST_F(ReadingCore, BrokenDataEndsReadingWithItsStatus) {
+  const HandEntry stored = storedEntry("stored", sampleText(20000));
+  const HandEntry deflated = testing::deflatedEntry("deflated", sampleText(20000));
+  const DataChange rows[] = {
+      {deflated, [](HandEntry& e) { e.data[0] = '\xFF'; }, SIZE_MAX, Z_DATA_ERROR, StatusOk},  // no block type 3
+      {deflated, [](HandEntry& e) { e.data.resize(e.compressedSize /= 2); }, SIZE_MAX, Z_BUF_ERROR, StatusOk},
+      {stored, [](HandEntry& e) { e.compressedSize = e.uncompressedSize = 100000; }, SIZE_MAX, StatusIoError,
+       StatusOk},  // runs off the end of the file
+  };
+  for (const auto& row : rows) expectOutcome(row, &row - rows);
 }
 
 }  // namespace
