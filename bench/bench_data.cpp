@@ -117,17 +117,17 @@ int rawDeflate(size_t size, const ChunkSource& source, int level, std::vector<un
 
 bool writeThroughCore(const char* path, int level, size_t size, const ChunkSource& source) {
   ZipArchive archive;
-  if (!openForWriting(archive, path, 0, nullptr)) return false;
+  if (!archive.openForWriting(path, 0, nullptr)) return false;
   const ZipEntryInfo info{{0, 0, 12, 1, 5, 2024}, 0, 0, 0100644u << 16};
-  bool ok = openNewEntry(archive, "input.dat", &info, nullptr, 0, nullptr, 0, nullptr,
+  bool ok = archive.openNewEntry("input.dat", &info, nullptr, 0, nullptr, 0, nullptr,
                          level != 0 ? MethodDeflated : MethodStored, level, nullptr, nullptr, 0) == StatusOk;
   for (size_t at = 0; ok && at < size; at += ChunkSize) {
     const size_t count = size - at < ChunkSize ? size - at : ChunkSize;
     const unsigned char* chunk = source(at, count);
-    ok = chunk != nullptr && writeEntryData(archive, chunk, static_cast<uint32_t>(count)) == StatusOk;
+    ok = chunk != nullptr && archive.writeEntryData(chunk, static_cast<uint32_t>(count)) == StatusOk;
   }
-  ok = ok && closeEntry(archive, 0, 0) == StatusOk;
-  return closeForWriting(archive, nullptr) == StatusOk && ok;
+  ok = ok && archive.closeEntry(0, 0) == StatusOk;
+  return archive.closeForWriting(nullptr) == StatusOk && ok;
 }
 
 bool writeInputFile(const char* path, size_t size) {

@@ -67,16 +67,16 @@ bool readArchiveWritten() {
 bool readThroughCore(const char* path) {
   unsigned char buffer[ChunkSize];
   UnzipArchive archive;
-  if (!openArchive(archive, path, nullptr)) return false;
-  bool ok = openCurrentEntry(archive, nullptr, nullptr, 0) == StatusOk;
+  if (!archive.openArchive(path, nullptr)) return false;
+  bool ok = archive.openCurrentEntry(nullptr, nullptr, 0) == StatusOk;
   int64_t total = 0;
   for (int count = 1; ok && count > 0;) {
-    count = readCurrentEntry(archive, buffer, sizeof buffer);
+    count = archive.readCurrentEntry(buffer, sizeof buffer);
     ok = count >= 0;
     total += count > 0 ? count : 0;
   }
-  ok = closeCurrentEntry(archive) == StatusOk && ok && total == static_cast<int64_t>(InputSize);
-  return closeArchive(archive) == StatusOk && ok;
+  ok = archive.closeCurrentEntry() == StatusOk && ok && total == static_cast<int64_t>(InputSize);
+  return archive.closeArchive() == StatusOk && ok;
 }
 
 void ReadingCore(benchmark::State& state) {

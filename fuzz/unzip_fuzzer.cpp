@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -70,24 +71,24 @@ void readEntryToItsEnd(UnzipArchive& archive, uint64_t index, uint64_t& budget) 
   int method = -1;
   int level = -1;
   const int raw = index % 5 == 4 ? 1 : 0;
-  if (openCurrentEntry(archive, &method, &level, raw) != StatusOk) return;
+  if (archive.openCurrentEntry(&method, &level, raw) != StatusOk) return;
   require(level == 1 || level == 2 || level == 6 || level == 9);
-  const int extraAvailable = getLocalExtraField(archive, nullptr, 0);
+  const int extraAvailable = archive.getLocalExtraField(nullptr, 0);
   require(extraAvailable >= 0 && extraAvailable <= 65535);
-  require(getLocalExtraField(archive, largeBuffer, 3) <= 3);
-  const int extraRead = getLocalExtraField(archive, largeBuffer, sizeof largeBuffer);
+  require(archive.getLocalExtraField(largeBuffer, 3) <= 3);
+  const int extraRead = archive.getLocalExtraField(largeBuffer, sizeof largeBuffer);
   require(extraRead == extraAvailable || extraRead == StatusIoError);
   static const uint32_t pieces[] = {1, 7, 4096, 65536};
   const uint32_t piece = pieces[index % 4];
   int count = 0;
-  while (budget > 0 && (count = readCurrentEntry(archive, largeBuffer, piece)) > 0) {
+  while (budget > 0 && (count = archive.readCurrentEntry(largeBuffer, piece)) > 0) {
     require(static_cast<uint32_t>(count) <= piece);
     budget = budget > static_cast<uint64_t>(count) + 64 ? budget - count - 64 : 0;
   }
-  require(currentEntryOffset(archive) >= 0);
-  const int atEnd = atEndOfCurrentEntry(archive);
+  require(archive.currentEntryOffset() >= 0);
+  const int atEnd = archive.atEndOfCurrentEntry();
   require(atEnd == 0 || atEnd == 1);
-  closeCurrentEntry(archive);
+  archive.closeCurrentEntry();
 }
 
 // What the walk remembers of its first entries, to come back to them.
@@ -101,58 +102,58 @@ void visitCurrentEntry(UnzipArchive& archive, uint64_t index, Seen& seen, uint64
   char name[4];
   char extra[3];
   char comment[2];
-  getCurrentEntryInfo(archive, &info, name, sizeof name, extra, sizeof extra, comment, sizeof comment);
-  getCurrentEntryInfo(archive, nullptr, nullptr, 0, nullptr, 0, comment, sizeof comment);
+  archive.getCurrentEntryInfo(&info, name, sizeof name, extra, sizeof extra, comment, sizeof comment);
+  archive.getCurrentEntryInfo(nullptr, nullptr, 0, nullptr, 0, comment, sizeof comment);
   static char longName[65536 + 1];
   static char longComment[65536 + 1];
-  if (getCurrentEntryInfo(archive, &info, longName, sizeof longName, largeBuffer, sizeof largeBuffer,
+  if (archive.getCurrentEntryInfo(&info, longName, sizeof longName, largeBuffer, sizeof largeBuffer,
                           longComment, sizeof longComment) == StatusOk) {
     require(info.fileNameLength <= 65535 && longName[info.fileNameLength] == '\0');
     if (seen.names.size() < NamesKept) seen.names.emplace_back(longName, info.fileNameLength);
   }
   uint64_t position = 0;
   uint64_t entryIndex = 0;
-  require(getEntryPosition(archive, &position, &entryIndex) == StatusOk && entryIndex == index);
+  require(archive.getEntryPosition(&position, &entryIndex) == StatusOk && entryIndex == index);
   if (seen.positions.size() < NamesKept) seen.positions.emplace_back(position, entryIndex);
   readEntryToItsEnd(archive, index, budget);
 }
 
 void revisit(UnzipArchive& archive, const Seen& seen, uint64_t& budget) {
   for (const auto& [position, index] : seen.positions) {
-    if (goToEntryPosition(archive, position, index) == StatusOk) readEntryToItsEnd(archive, index, budget);
+    if (archive.goToEntryPosition(position, index) == StatusOk) readEntryToItsEnd(archive, index, budget);
   }
   for (const std::string& name : seen.names) {
     for (int rule : {CaseInsensitive, CaseSensitive}) {
-      if (locateEntry(archive, name.c_str(), rule) == StatusOk) readEntryToItsEnd(archive, 0, budget);
+      if (archive.locateEntry(name.c_str(), rule) == StatusOk) readEntryToItsEnd(archive, 0, budget);
     }
   }
-  require(locateEntry(archive, std::string(256, 'a').c_str(), CaseInsensitive) == StatusBadParameter);
-  locateEntry(archive, "absent", CaseInsensitive);
-  goToNextEntry(archive);
+  require(archive.locateEntry(std::string(256, 'a').c_str(), CaseInsensitive) == StatusBadParameter);
+  archive.locateEntry("absent", CaseInsensitive);
+  archive.goToNextEntry();
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   UnzipArchive archive;
-  if (!openArchive(archive, "fuzz", new MemoryFileIO(data, size))) return 0;  // the archive owns it
+  if (!archive.openArchive("fuzz", std::make_unique<MemoryFileIO>(data, size))) return 0;  // the archive owns it
   uint64_t entryCount = 0;
   uint64_t commentLength = 0;
-  require(getGlobalInfo(archive, &entryCount, &commentLength) == StatusOk);
+  require(archive.getGlobalInfo(&entryCount, &commentLength) == StatusOk);
   char smallComment[5];
-  require(getGlobalComment(archive, smallComment, sizeof smallComment) <= 5);
-  require(getGlobalComment(archive, largeBuffer, sizeof largeBuffer) <= static_cast<int>(commentLength));
+  require(archive.getGlobalComment(smallComment, sizeof smallComment) <= 5);
+  require(archive.getGlobalComment(largeBuffer, sizeof largeBuffer) <= static_cast<int>(commentLength));
 
   uint64_t budget = MaxBytesInflated;
   Seen seen;
-  int status = goToFirstEntry(archive);
+  int status = archive.goToFirstEntry();
   for (int walked = 0; status == StatusOk && walked < MaxEntriesWalked; ++walked) {
-    visitCurrentEntry(archive, archive.entryIndex, seen, budget);
-    status = goToNextEntry(archive);
+    visitCurrentEntry(archive, archive.entryIndex(), seen, budget);
+    status = archive.goToNextEntry();
   }
   revisit(archive, seen, budget);
-  require(closeArchive(archive) == StatusOk);
-  require(closeArchive(archive) == StatusBadParameter);
-  require(goToFirstEntry(archive) == StatusBadParameter);
+  require(archive.closeArchive() == StatusOk);
+  require(archive.closeArchive() == StatusBadParameter);
+  require(archive.goToFirstEntry() == StatusBadParameter);
   return 0;
 }

@@ -144,7 +144,7 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
 
   const std::string entryName = dest.empty() ? source_ : dest + context_.currentReader->name();
   const int level = target_.compressionLevel;
-  result = openNewEntry(target_.archive, entryName.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
+  result = target_.archive.openNewEntry(entryName.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
                         level != 0 ? MethodDeflated : MethodStored, level, isLink ? linkName.c_str() : nullptr,
                         storedTarget.c_str(), 0);
   if (result != StatusOk) {
@@ -164,7 +164,7 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
     result = StatusIoError;
     return Flow::EndLoop;
   }
-  if ((result = closeEntry(target_.archive, 0, 0)) != StatusOk) report(ZEFARCHIVER_ERROR_CLOSING_FILE_IN_ZIP, source_);
+  if ((result = target_.archive.closeEntry(0, 0)) != StatusOk) report(ZEFARCHIVER_ERROR_CLOSING_FILE_IN_ZIP, source_);
   return Flow::Next;
 }
 
@@ -245,7 +245,7 @@ int CreationRun::writeInputData(const std::string& key) {
       return StatusIoError;
     }
     if (count < 1) return written;
-    written = writeEntryData(target_.archive, buffer_.get(), static_cast<uint32_t>(count));
+    written = target_.archive.writeEntryData(buffer_.get(), static_cast<uint32_t>(count));
     if (written < 0) {
       report(ZEFARCHIVER_ERROR_WRITING_FILE, key);
       return StatusIoError;
@@ -257,7 +257,7 @@ int CreationRun::writeInputData(const std::string& key) {
 
 int CreationRun::finish(int result, bool closeWhenDone) {
   if (!closeWhenDone) return result;
-  if (int closed = closeForWriting(target_.archive, nullptr); closed != StatusOk) {
+  if (int closed = target_.archive.closeForWriting(nullptr); closed != StatusOk) {
     report(ZEFARCHIVER_ERROR_CLOSING_FILE, target_.archiveName);
     return closed;
   }

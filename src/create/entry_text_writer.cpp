@@ -11,7 +11,7 @@ int writeEntryTextAndCheck(ZipArchive& archive, const std::string& text, const c
                            const char* linkSource, const char* linkDestination, const char* source,
                            const char* destination, const char* baseDirectory, ZEFEntryMap& recorded,
                            const ZEFEntryMap& inputs) {
-  if (writeEntryData(archive, text.data(), static_cast<uint32_t>(text.size())) < 0) {
+  if (archive.writeEntryData(text.data(), static_cast<uint32_t>(text.size())) < 0) {
     reportError(ZEFARCHIVER_ERROR_WRITING_FILE, entryName);
     return StatusIoError;
   }

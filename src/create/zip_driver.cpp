@@ -45,7 +45,7 @@ int ZipDriver::open(const char* name) {
     return StatusBadParameter;  // -102 here: refused, the archive exists and overwriting is off
   }
   archiveName = file;
-  if (!openForWriting(archive, archiveName.c_str(), 0, nullptr)) {
+  if (!archive.openForWriting(archiveName.c_str(), 0, nullptr)) {
     reportError(ZEFARCHIVER_ERROR_OPENING_FILE, archiveName.c_str());
     return StatusIoError;
   }
@@ -66,7 +66,7 @@ int ZipDriver::addInputs(ZEFEntryMap& inputs, CreationContext* context, bool clo
   return status;
 }
 
-int ZipDriver::close() { return closeForWriting(archive, nullptr); }
+int ZipDriver::close() { return archive.closeForWriting(nullptr); }
 
 int ZipDriver::createArchive(const char* name, ZEFEntryMap& inputs, CreationContext* context) {
   if (int status = open(name); status != StatusOk) return status;

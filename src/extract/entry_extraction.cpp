@@ -96,7 +96,7 @@ int createSymbolicLink(const std::string& target, const std::string& linkTarget)
 int UnzipDriver::extractAll(bool closeAfter) {
   uint64_t count = 0;
   uint64_t commentLength = 0;
-  int status = getGlobalInfo(archive, &count, &commentLength);
+  int status = archive.getGlobalInfo(&count, &commentLength);
   if (status != StatusOk) {
     // Nothing can be walked without a count; the status is kept for an archive of no entries.
     reportCoreFailure(UNZIPDRIVER_ZIPFILE_IN_UNZGETGLOBALINFO);
@@ -106,7 +106,7 @@ int UnzipDriver::extractAll(bool closeAfter) {
     status = extractCurrentEntry();
     if (status != StatusOk) break;
     if (++index < count) {
-      status = goToNextEntry(archive);
+      status = archive.goToNextEntry();
       if (status != StatusOk) {
         reportCoreFailure(UNZIPDRIVER_ZIPFILE_GOTONEXTFILE);
         break;
@@ -137,7 +137,7 @@ int UnzipDriver::extractCurrentEntry() {
     return StatusOk;
   }
   const std::string target = usePaths ? outputPath : outputPath.substr(fileNameStart);
-  int status = openCurrentEntry(archive, nullptr, nullptr, 0);
+  int status = archive.openCurrentEntry(nullptr, nullptr, 0);
   if (status != StatusOk) {
     reportCoreFailure(UNZIPDRIVER_ZIPFILE_OPENCURRENTFILE);
   } else {
@@ -145,16 +145,16 @@ int UnzipDriver::extractCurrentEntry() {
   }
   if (status != StatusOk) {
     // The first failure is the one to report; closing can only add noise.
-    closeCurrentEntry(archive);
+    archive.closeCurrentEntry();
     return status;
   }
-  status = closeCurrentEntry(archive);
+  status = archive.closeCurrentEntry();
   if (status != StatusOk) reportCoreFailure(UNZIPDRIVER_ZIPFILE_IN_CLOSECURRENTFILE);
   return status;
 }
 
 int UnzipDriver::readEntryName(EntryInfo& info, EntryName& name) {
-  const int status = getCurrentEntryInfo(archive, &info, name.data(), EntryNameBufferSize, nullptr, 0, nullptr, 0);
+  const int status = archive.getCurrentEntryInfo(&info, name.data(), EntryNameBufferSize, nullptr, 0, nullptr, 0);
   if (status != StatusOk) reportCoreFailure(status, UNZIPDRIVER_ZIPFILE_GETCURRENTFILEINFO);
   return status;
 }
@@ -168,7 +168,7 @@ int UnzipDriver::readLinkEntry(const EntryInfo& info, bool& isLink, std::string&
     reportError(UNZIPDRIVER_MEMORY_ERROR);
     return StatusInternalError;
   }
-  const int status = getCurrentEntryInfo(archive, nullptr, nullptr, 0, extra.get(), size, nullptr, 0);
+  const int status = archive.getCurrentEntryInfo(nullptr, nullptr, 0, extra.get(), size, nullptr, 0);
   if (status != StatusOk) {
     reportCoreFailure(status, UNZIPDRIVER_ZIPFILE_GETCURRENTFILEINFO);
     return status;
@@ -217,7 +217,7 @@ int UnzipDriver::writeRegularFile(const std::string& target, size_t fileNameStar
 
 int UnzipDriver::copyEntryData(std::FILE* file, unsigned char* buffer) {
   for (;;) {
-    const int count = readCurrentEntry(archive, buffer, TransferBufferSize);
+    const int count = archive.readCurrentEntry(buffer, TransferBufferSize);
     if (count < 0) {
       reportCoreFailure(UNZIPDRIVER_ZIPFILE_IN_UNZREADCURRENTFILE);
       return count;

@@ -68,7 +68,7 @@ void printListingRow(const EntryInfo& info, const char* name) {
 int UnzipDriver::listContents(bool closeAfter) {
   uint64_t count = 0;
   uint64_t commentLength = 0;
-  if (int status = getGlobalInfo(archive, &count, &commentLength); status != StatusOk) {
+  if (int status = archive.getGlobalInfo(&count, &commentLength); status != StatusOk) {
     reportCoreFailure(status, UNZIPDRIVER_ZIPFILE);
     count = 0;  // what the core left there is not a count
   }
@@ -79,7 +79,7 @@ int UnzipDriver::listContents(bool closeAfter) {
     if (readEntryName(info, name) != StatusOk) break;
     printListingRow(info, name.data());
     if (++index < count) {
-      if (int status = goToNextEntry(archive); status != StatusOk) {
+      if (int status = archive.goToNextEntry(); status != StatusOk) {
         reportCoreFailure(status, UNZIPDRIVER_ZIPFILE_GOTONEXTFILE);
         break;
       }
@@ -91,7 +91,7 @@ int UnzipDriver::listContents(bool closeAfter) {
 
 int UnzipDriver::extractEntry(const char* entryName, bool closeAfter) {
   const char* wanted = entryName == nullptr ? "" : entryName;
-  if (locateEntry(archive, wanted, CaseInsensitive) != StatusOk) {
+  if (archive.locateEntry(wanted, CaseInsensitive) != StatusOk) {
     // The archive stays open: the caller may go on looking for other names.
     reportError(UNZIPDRIVER_FILE_NOT_FOUND, wanted);
     return EntryNotFound;

@@ -45,7 +45,7 @@ int UnzipDriver::open(const char* name, bool overwriteFlag, bool usePathsFlag) {
       return StatusBadParameter;  // -102 here: refused, no archive by that name
     }
   }
-  if (!openArchive(archive, path.c_str(), nullptr)) {
+  if (!archive.openArchive(path.c_str(), nullptr)) {
     // The text names a ".zip" fallback; it is the wording hosts know, so it stays.
     reportError(UNZIPDRIVER_CANNOT_OPEN_FILE, given, given);
     return StatusInternalError;  // -104 here: the file is no archive the core can open
@@ -66,7 +66,7 @@ int UnzipDriver::openWithRoot(const char* name, const char* rootText, bool overw
   return open(name, overwriteFlag, usePathsFlag);
 }
 
-int UnzipDriver::close() { return closeArchive(archive); }
+int UnzipDriver::close() { return archive.closeArchive(); }
 
 int UnzipDriver::unzipAll(const char* name) {
   if (int status = openDefault(name); status != StatusOk) return status;

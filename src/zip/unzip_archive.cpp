@@ -7,11 +7,44 @@
 #include <climits>
 #include <cstring>
 #include <new>
-#include <vector>
+#include <utility>
 
 #include <zlib.h>
 
 namespace kxzef {
+
+// The entry open for reading.
+struct UnzipArchive::ReadEntryState {
+  std::unique_ptr<unsigned char[]> inputBuffer;  // ReadBufferSize bytes
+  InflateStream inflater;  // started only for deflated data read plain
+  const unsigned char* input = nullptr;  // compressed bytes not yet used, in inputBuffer
+  uint64_t inputLeft = 0;
+  uint64_t nextReadPosition = 0;  // archive offset of the next compressed bytes, without bytesBefore
+  uint64_t localExtraOffset = 0;
+  uint64_t localExtraSize = 0;
+  uint64_t localExtraPosition = 0;
+  uint64_t crcSoFar = 0;
+  uint64_t expectedCrc = 0;
+  uint64_t compressedLeft = 0;
+  uint64_t uncompressedLeft = 0;
+  uint64_t delivered = 0;  // uncompressed bytes handed out
+  uint64_t compressionMethod = 0;
+  bool raw = false;
+
+  // Up to `space` uncompressed bytes into `out`: the count, or a failing status.
+  int read(ZipFileIO& io, uint64_t bytesBefore, unsigned char* out, uint64_t space);
+  int refillInput(ZipFileIO& io, uint64_t bytesBefore);
+  int inflateStep(unsigned char* out, uint64_t space, uint64_t& produced, bool& ended);
+  uint64_t copyStep(unsigned char* out, uint64_t space);
+  void addToCrc(const unsigned char* bytes, uint64_t count);
+};
+
+// Where an entry's data starts and what its local header says about its extra field.
+struct UnzipArchive::LocalLayout {
+  uint64_t extraOffset;
+  uint64_t extraSize;
+  uint64_t dataStart;
+};
 
 namespace {
 
@@ -44,10 +77,6 @@ int readExactly(ZipFileIO& io, void* buffer, uint64_t count) {
                                                                                      : StatusIoError;
 }
 
-uint64_t field(const unsigned char* record, int offset, int width) {
-  return readLittleEndian(record + offset, width);
-}
-
 // Scans one window from its highest possible signature start downwards;
 // returns the index of the match, or -1.
 int64_t lastSignatureIn(const unsigned char* window, uint64_t size) {
@@ -58,39 +87,24 @@ int64_t lastSignatureIn(const unsigned char* window, uint64_t size) {
   return -1;
 }
 
-bool archiveReady(const UnzipArchive& archive) { return archive.isOpen && archive.io != nullptr; }
-
-// Decodes a central header's 46 fixed bytes into `entry`.
-void decodeCentralHeader(const unsigned char* h, EntryInfo& entry, uint64_t& localHeaderOffset) {
-  entry.versionMadeBy = field(h, 4, 2);
-  entry.versionNeeded = field(h, 6, 2);
-  entry.flags = field(h, 8, 2);
-  entry.compressionMethod = field(h, 10, 2);
-  entry.dosDate = field(h, 12, 4);
-  entry.crc = field(h, 16, 4);
-  entry.compressedSize = field(h, 20, 4);
-  entry.uncompressedSize = field(h, 24, 4);
-  entry.fileNameLength = field(h, 28, 2);
-  entry.extraFieldLength = field(h, 30, 2);
-  entry.commentLength = field(h, 32, 2);
-  entry.diskNumberStart = field(h, 34, 2);
-  entry.internalAttributes = field(h, 36, 2);
-  entry.externalAttributes = field(h, 38, 4);
-  localHeaderOffset = field(h, 42, 4);
+// Decodes a central header's fixed bytes into `entry`.
+void decodeCentralHeader(const unsigned char* header, EntryInfo& entry, uint64_t& localHeaderOffset) {
+  entry.versionMadeBy = getField(header, CentralHeader::VersionMadeBy);
+  entry.versionNeeded = getField(header, CentralHeader::VersionNeeded);
+  entry.flags = getField(header, CentralHeader::Flags);
+  entry.compressionMethod = getField(header, CentralHeader::Method);
+  entry.dosDate = getField(header, CentralHeader::DosDate);
+  entry.crc = getField(header, CentralHeader::Crc);
+  entry.compressedSize = getField(header, CentralHeader::CompressedSize);
+  entry.uncompressedSize = getField(header, CentralHeader::UncompressedSize);
+  entry.fileNameLength = getField(header, CentralHeader::NameLength);
+  entry.extraFieldLength = getField(header, CentralHeader::ExtraLength);
+  entry.commentLength = getField(header, CentralHeader::CommentLength);
+  entry.diskNumberStart = getField(header, CentralHeader::DiskNumberStart);
+  entry.internalAttributes = getField(header, CentralHeader::InternalAttributes);
+  entry.externalAttributes = getField(header, CentralHeader::ExternalAttributes);
+  localHeaderOffset = getField(header, CentralHeader::LocalHeaderOffset);
   timeFromDosDate(static_cast<uint32_t>(entry.dosDate), entry.modified);
-}
-
-// Reads the central header at the current position into `entry`. A failed
-// read wins over a wrong signature, as it says more about the file.
-int readCentralHeader(UnzipArchive& archive, EntryInfo& entry, uint64_t& localHeaderOffset) {
-  unsigned char header[CentralHeaderSize];
-  if (int status = seekTo(*archive.io, archive.centralPosition, archive.bytesBefore); status != StatusOk) {
-    return status;
-  }
-  if (int status = readExactly(*archive.io, header, sizeof header); status != StatusOk) return status;
-  if (field(header, 0, 4) != CentralHeaderSignature) return StatusBadArchive;
-  decodeCentralHeader(header, entry, localHeaderOffset);
-  return StatusOk;
 }
 
 // The variable parts that follow a central header, each copied only as far as
@@ -131,147 +145,60 @@ int readTrailingParts(ZipFileIO& io, const EntryInfo& entry, const TrailingBuffe
   return StatusOk;
 }
 
-// Makes the header at `centralPosition` current.
-int readCurrentHeader(UnzipArchive& archive) {
-  const int status = readCentralHeader(archive, archive.current, archive.localHeaderOffset);
-  archive.currentValid = status == StatusOk;
-  return status;
-}
-
-// Reads and checks the end record at `position`.
-int readEndRecord(UnzipArchive& archive, uint64_t position) {
-  unsigned char record[EndRecordSize];
-  if (position == 0) return StatusIoError;
-  if (int status = seekTo(*archive.io, position); status != StatusOk) return status;
-  if (int status = readExactly(*archive.io, record, sizeof record); status != StatusOk) return status;
-  const uint64_t thisDisk = field(record, 4, 2);
-  const uint64_t directoryDisk = field(record, 6, 2);
-  const uint64_t entriesOnDisk = field(record, 8, 2);
-  const uint64_t totalEntries = field(record, 10, 2);
-  archive.entryCount = entriesOnDisk;
-  archive.centralDirectorySize = field(record, 12, 4);
-  archive.centralDirectoryOffset = field(record, 16, 4);
-  archive.globalCommentLength = field(record, 20, 2);
-  if (entriesOnDisk != totalEntries || thisDisk != 0 || directoryDisk != 0) return StatusBadArchive;
-  if (position < archive.centralDirectoryOffset + archive.centralDirectorySize) return StatusBadArchive;
-  return StatusOk;
-}
-
-// Gives up the file object the state holds, with any entry open on it.
-void releaseIO(UnzipArchive& archive) {
-  archive.reading.reset();
-  if (archive.io != nullptr) archive.io->close();
-  if (archive.ownsIO) delete archive.io;
-  archive.io = nullptr;
-  archive.ownsIO = false;
-}
-
-// Where an entry's data starts and what its local header says about its extra field.
-struct LocalLayout {
-  uint64_t extraOffset;
-  uint64_t extraSize;
-  uint64_t dataStart;
-};
-
-// Checks the current entry's local header against its central header. The
-// local extra field may differ in length; the version and date are not compared.
-int checkLocalHeader(UnzipArchive& archive, LocalLayout& layout) {
-  unsigned char header[LocalHeaderSize];
-  const EntryInfo& entry = archive.current;
-  if (int status = seekTo(*archive.io, archive.localHeaderOffset, archive.bytesBefore); status != StatusOk) {
-    return status;
-  }
-  if (int status = readExactly(*archive.io, header, sizeof header); status != StatusOk) return status;
-  const uint64_t flags = field(header, 6, 2);
-  const uint64_t method = field(header, 8, 2);
-  const bool sizesFollowData = (flags & FlagDataDescriptor) != 0;
-  if (field(header, 0, 4) != LocalHeaderSignature) return StatusBadArchive;
-  if (method != entry.compressionMethod) return StatusBadArchive;
-  if (method != MethodStored && method != MethodDeflated) return StatusBadArchive;
-  if (!sizesFollowData && (field(header, 14, 4) != entry.crc || field(header, 18, 4) != entry.compressedSize ||
-                           field(header, 22, 4) != entry.uncompressedSize)) {
-    return StatusBadArchive;
-  }
-  const uint64_t nameLength = field(header, 26, 2);
-  if (nameLength != entry.fileNameLength) return StatusBadArchive;
-  layout.extraOffset = archive.localHeaderOffset + LocalHeaderSize + nameLength;
-  layout.extraSize = field(header, 28, 2);
-  layout.dataStart = layout.extraOffset + layout.extraSize;
-  return StatusOk;
-}
-
 // The deflate level that bits 1 and 2 of the flags hint at.
 int levelFromFlags(uint64_t flags) {
-  switch (flags & 6) {
-    case 6: return 1;
-    case 4: return 2;
-    case 2: return 9;
+  switch (flags & FlagLevelMask) {
+    case FlagLevelFastest: return 1;
+    case FlagLevelFast: return 2;
+    case FlagLevelMaximum: return 9;
     default: return LevelDefault;
   }
 }
 
-// Brings in the next block of compressed bytes when the input has run dry.
-int refillInput(ReadEntryState& entry) {
-  if (entry.stream.avail_in != 0 || entry.compressedLeft == 0) return StatusOk;
-  const uint64_t n = std::min<uint64_t>(ReadBufferSize, entry.compressedLeft);
-  if (seekTo(*entry.io, entry.nextReadPosition, entry.bytesBefore) != StatusOk) return StatusIoError;
-  if (readExactly(*entry.io, entry.inputBuffer.get(), n) != StatusOk) return StatusIoError;
-  entry.nextReadPosition += n;
-  entry.compressedLeft -= n;
-  entry.stream.next_in = entry.inputBuffer.get();
-  entry.stream.avail_in = static_cast<uInt>(n);
+}  // namespace
+
+UnzipArchive::UnzipArchive() = default;
+
+UnzipArchive::~UnzipArchive() = default;
+
+int UnzipArchive::readCentralHeader(EntryInfo& entry, uint64_t& localHeaderOffset) {
+  // A failed read wins over a wrong signature, as it says more about the file.
+  unsigned char header[CentralHeaderSize];
+  if (int status = seekTo(*io_, centralPosition_, bytesBefore_); status != StatusOk) return status;
+  if (int status = readExactly(*io_, header, sizeof header); status != StatusOk) return status;
+  if (getField(header, CentralHeader::Signature) != CentralHeaderSignature) return StatusBadArchive;
+  decodeCentralHeader(header, entry, localHeaderOffset);
   return StatusOk;
 }
 
-void addToCrc(ReadEntryState& entry, const Bytef* bytes, uint64_t count) {
-  entry.crcSoFar = crc32(static_cast<uLong>(entry.crcSoFar), bytes, static_cast<uInt>(count));
+int UnzipArchive::readCurrentHeader() {
+  const int status = readCentralHeader(current_, localHeaderOffset_);
+  currentValid_ = status == StatusOk;
+  return status;
 }
 
-// Inflates into the output window once; the count produced, or zlib's status
-// (Z_STREAM_END is reported through `ended`).
-int inflateStep(ReadEntryState& entry, uint64_t& produced, bool& ended) {
-  const uLong before = entry.stream.total_out;
-  const Bytef* written = entry.stream.next_out;
-  const int status = inflate(&entry.stream, Z_SYNC_FLUSH);
-  produced = entry.stream.total_out - before;
-  addToCrc(entry, written, produced);
-  entry.uncompressedLeft -= produced;
-  ended = status == Z_STREAM_END;
-  return ended ? Z_OK : status;
+int UnzipArchive::readEndRecord(uint64_t position) {
+  unsigned char record[EndRecordSize];
+  if (position == 0) return StatusIoError;
+  if (int status = seekTo(*io_, position); status != StatusOk) return status;
+  if (int status = readExactly(*io_, record, sizeof record); status != StatusOk) return status;
+  const uint64_t entriesOnDisk = getField(record, EndRecord::EntriesOnDisk);
+  entryCount_ = entriesOnDisk;
+  centralDirectorySize_ = getField(record, EndRecord::DirectorySize);
+  centralDirectoryOffset_ = getField(record, EndRecord::DirectoryOffset);
+  globalCommentLength_ = getField(record, EndRecord::CommentLength);
+  if (entriesOnDisk != getField(record, EndRecord::TotalEntries) || getField(record, EndRecord::ThisDisk) != 0 ||
+      getField(record, EndRecord::DirectoryDisk) != 0) {
+    return StatusBadArchive;
+  }
+  if (position < centralDirectoryOffset_ + centralDirectorySize_) return StatusBadArchive;
+  return StatusOk;
 }
 
-// Copies stored (or raw) bytes from the input into the output window.
-uint64_t copyStep(ReadEntryState& entry) {
-  z_stream& stream = entry.stream;
-  const uInt n = std::min(stream.avail_out, stream.avail_in);
-  std::memcpy(stream.next_out, stream.next_in, n);
-  addToCrc(entry, stream.next_out, n);
-  entry.uncompressedLeft -= n;
-  stream.next_in += n;
-  stream.avail_in -= n;
-  stream.next_out += n;
-  stream.avail_out -= n;
-  stream.total_out += n;
-  return n;
-}
-
-}  // namespace
-
-ReadEntryState::ReadEntryState() : stream() {}
-
-ReadEntryState::~ReadEntryState() {
-  if (streamInitialised) inflateEnd(&stream);
-}
-
-UnzipArchive::~UnzipArchive() {
-  reading.reset();
-  if (ownsIO) delete io;
-}
-
-uint64_t readLittleEndian(const unsigned char* bytes, int count) {
-  uint64_t value = 0;
-  for (int i = std::min(count, 8) - 1; i >= 0; --i) value = (value << 8) | bytes[i];
-  return value;
+void UnzipArchive::releaseIO() {
+  reading_.reset();
+  if (io_) io_->close();
+  io_.reset();
 }
 
 uint64_t findEndRecord(ZipFileIO& io) {
@@ -294,126 +221,116 @@ uint64_t findEndRecord(ZipFileIO& io) {
   return found;
 }
 
-bool openArchive(UnzipArchive& archive, const char* path, ZipFileIO* io) {
-  // The state owns whichever file object it is given; one it held before goes.
-  if (archive.io != io) releaseIO(archive);
-  if (io == nullptr) io = new (std::nothrow) ZipFileIO();
-  archive.io = io;
-  archive.ownsIO = true;
-  if (io == nullptr || !io->open(path, ModeReadExisting)) return false;
-  const uint64_t position = findEndRecord(*io);
-  if (readEndRecord(archive, position) != StatusOk) {
-    io->close();
+bool UnzipArchive::openArchive(const char* path, std::unique_ptr<ZipFileIO> io) {
+  releaseIO();
+  io_ = io ? std::move(io) : std::unique_ptr<ZipFileIO>(new (std::nothrow) ZipFileIO());
+  if (!io_ || !io_->open(path, ModeReadExisting)) return false;
+  const uint64_t position = findEndRecord(*io_);
+  if (readEndRecord(position) != StatusOk) {
+    io_->close();
     return false;
   }
-  archive.endRecordPosition = position;
-  archive.bytesBefore = position - (archive.centralDirectoryOffset + archive.centralDirectorySize);
-  archive.reading.reset();
-  archive.isOpen = true;
+  endRecordPosition_ = position;
+  bytesBefore_ = position - (centralDirectoryOffset_ + centralDirectorySize_);
+  isOpen_ = true;
   // An archive whose first central header is bad still opens, with no entry current.
-  goToFirstEntry(archive);
+  goToFirstEntry();
   return true;
 }
 
-int closeArchive(UnzipArchive& archive) {
-  if (!archiveReady(archive)) return StatusBadParameter;
-  if (archive.reading) closeCurrentEntry(archive);
-  releaseIO(archive);
+int UnzipArchive::closeArchive() {
+  if (!ready()) return StatusBadParameter;
+  if (reading_) closeCurrentEntry();
+  releaseIO();
   return StatusOk;
 }
 
-int getGlobalInfo(UnzipArchive& archive, uint64_t* entryCount, uint64_t* commentLength) {
-  if (!archiveReady(archive)) return StatusBadParameter;
-  if (entryCount != nullptr) *entryCount = archive.entryCount;
-  if (commentLength != nullptr) *commentLength = archive.globalCommentLength;
+int UnzipArchive::getGlobalInfo(uint64_t* entryCount, uint64_t* commentLength) const {
+  if (!ready()) return StatusBadParameter;
+  if (entryCount != nullptr) *entryCount = entryCount_;
+  if (commentLength != nullptr) *commentLength = globalCommentLength_;
   return StatusOk;
 }
 
-int getGlobalComment(UnzipArchive& archive, char* buffer, uint64_t size) {
-  if (!archiveReady(archive)) return StatusBadParameter;
+int UnzipArchive::getGlobalComment(char* buffer, uint64_t size) {
+  if (!ready()) return StatusBadParameter;
   if (buffer == nullptr && size > 0) return StatusBadParameter;
-  const uint64_t n = std::min(size, archive.globalCommentLength);
-  if (seekTo(*archive.io, archive.endRecordPosition, EndRecordSize) != StatusOk) return StatusIoError;
+  const uint64_t n = std::min(size, globalCommentLength_);
+  if (seekTo(*io_, endRecordPosition_, EndRecordSize) != StatusOk) return StatusIoError;
   if (n > 0) {
     buffer[0] = '\0';
-    if (readExactly(*archive.io, buffer, n) != StatusOk) return StatusIoError;
+    if (readExactly(*io_, buffer, n) != StatusOk) return StatusIoError;
   }
-  if (size > archive.globalCommentLength) buffer[archive.globalCommentLength] = '\0';
+  if (size > globalCommentLength_) buffer[globalCommentLength_] = '\0';
   return static_cast<int>(n);
 }
 
-int goToFirstEntry(UnzipArchive& archive) {
-  if (!archiveReady(archive)) return StatusBadParameter;
-  archive.entryIndex = 0;
-  archive.centralPosition = archive.centralDirectoryOffset;
-  return readCurrentHeader(archive);
+int UnzipArchive::goToFirstEntry() {
+  if (!ready()) return StatusBadParameter;
+  entryIndex_ = 0;
+  centralPosition_ = centralDirectoryOffset_;
+  return readCurrentHeader();
 }
 
-int goToNextEntry(UnzipArchive& archive) {
-  if (!archiveReady(archive)) return StatusBadParameter;
-  if (!archive.currentValid) return StatusEndOfList;
-  if (archive.entryIndex + 1 == archive.entryCount) return StatusEndOfList;
-  const EntryInfo& entry = archive.current;
-  archive.centralPosition +=
-      CentralHeaderSize + entry.fileNameLength + entry.extraFieldLength + entry.commentLength;
-  archive.entryIndex += 1;
-  return readCurrentHeader(archive);
+int UnzipArchive::goToNextEntry() {
+  if (!ready()) return StatusBadParameter;
+  if (!currentValid_) return StatusEndOfList;
+  if (entryIndex_ + 1 == entryCount_) return StatusEndOfList;
+  centralPosition_ += CentralHeaderSize + current_.fileNameLength + current_.extraFieldLength + current_.commentLength;
+  entryIndex_ += 1;
+  return readCurrentHeader();
 }
 
-int getCurrentEntryInfo(UnzipArchive& archive, EntryInfo* info, char* name, uint64_t nameSize,
-                        void* extra, uint64_t extraSize, char* comment, uint64_t commentSize) {
-  if (!archiveReady(archive)) return StatusBadParameter;
+int UnzipArchive::getCurrentEntryInfo(EntryInfo* info, char* name, uint64_t nameSize, void* extra,
+                                      uint64_t extraSize, char* comment, uint64_t commentSize) {
+  if (!ready()) return StatusBadParameter;
   EntryInfo entry{};
   uint64_t localHeaderOffset = 0;
-  if (int status = readCentralHeader(archive, entry, localHeaderOffset); status != StatusOk) return status;
+  if (int status = readCentralHeader(entry, localHeaderOffset); status != StatusOk) return status;
   const TrailingBuffers buffers{name, nameSize, extra, extraSize, comment, commentSize};
-  if (int status = readTrailingParts(*archive.io, entry, buffers); status != StatusOk) return status;
+  if (int status = readTrailingParts(*io_, entry, buffers); status != StatusOk) return status;
   if (info != nullptr) *info = entry;
   return StatusOk;
 }
 
-int getEntryPosition(UnzipArchive& archive, uint64_t* centralPosition, uint64_t* entryIndex) {
-  if (!archiveReady(archive) || centralPosition == nullptr || entryIndex == nullptr) {
-    return StatusBadParameter;
-  }
-  if (!archive.currentValid) return StatusEndOfList;
-  *centralPosition = archive.centralPosition;
-  *entryIndex = archive.entryIndex;
+int UnzipArchive::getEntryPosition(uint64_t* centralPosition, uint64_t* entryIndex) const {
+  if (!ready() || centralPosition == nullptr || entryIndex == nullptr) return StatusBadParameter;
+  if (!currentValid_) return StatusEndOfList;
+  *centralPosition = centralPosition_;
+  *entryIndex = entryIndex_;
   return StatusOk;
 }
 
-int goToEntryPosition(UnzipArchive& archive, uint64_t centralPosition, uint64_t entryIndex) {
-  if (!archiveReady(archive)) return StatusBadParameter;
-  archive.centralPosition = centralPosition;
-  archive.entryIndex = entryIndex;
-  return readCurrentHeader(archive);
+int UnzipArchive::goToEntryPosition(uint64_t centralPosition, uint64_t entryIndex) {
+  if (!ready()) return StatusBadParameter;
+  centralPosition_ = centralPosition;
+  entryIndex_ = entryIndex;
+  return readCurrentHeader();
 }
 
-int locateEntry(UnzipArchive& archive, const char* name, int caseRule) {
-  if (!archiveReady(archive) || name == nullptr || std::strlen(name) > MaxEntryNameLength) {
-    return StatusBadParameter;
-  }
-  if (!archive.currentValid) return StatusEndOfList;
+int UnzipArchive::locateEntry(const char* name, int caseRule) {
+  if (!ready() || name == nullptr || std::strlen(name) > MaxEntryNameLength) return StatusBadParameter;
+  if (!currentValid_) return StatusEndOfList;
   // A failed search leaves the entry that was current as it was found, so
   // that a following step to the next entry starts from the right header.
-  const uint64_t savedIndex = archive.entryIndex;
-  const uint64_t savedPosition = archive.centralPosition;
-  const EntryInfo savedEntry = archive.current;
-  const uint64_t savedLocalHeaderOffset = archive.localHeaderOffset;
-  int status = goToFirstEntry(archive);
+  const uint64_t savedIndex = entryIndex_;
+  const uint64_t savedPosition = centralPosition_;
+  const EntryInfo savedEntry = current_;
+  const uint64_t savedLocalHeaderOffset = localHeaderOffset_;
+  int status = goToFirstEntry();
   while (status == StatusOk) {
     // One byte more than offered, so that even a name filling the buffer ends.
     char entryName[MaxEntryNameLength + 2] = {};
-    status = getCurrentEntryInfo(archive, nullptr, entryName, MaxEntryNameLength + 1, nullptr, 0, nullptr, 0);
+    status = getCurrentEntryInfo(nullptr, entryName, MaxEntryNameLength + 1, nullptr, 0, nullptr, 0);
     if (status != StatusOk) break;
     if (compareEntryNames(entryName, name, caseRule) == 0) return StatusOk;
-    status = goToNextEntry(archive);
+    status = goToNextEntry();
   }
-  archive.entryIndex = savedIndex;
-  archive.centralPosition = savedPosition;
-  archive.current = savedEntry;
-  archive.localHeaderOffset = savedLocalHeaderOffset;
-  archive.currentValid = true;
+  entryIndex_ = savedIndex;
+  centralPosition_ = savedPosition;
+  current_ = savedEntry;
+  localHeaderOffset_ = savedLocalHeaderOffset;
+  currentValid_ = true;
   return status;
 }
 
@@ -433,98 +350,165 @@ int compareEntryNames(const char* a, const char* b, int caseRule) {
   }
 }
 
-int openCurrentEntry(UnzipArchive& archive, int* method, int* level, int raw) {
-  if (!archiveReady(archive) || !archive.currentValid) return StatusBadParameter;
-  if (archive.reading) closeCurrentEntry(archive);
+int UnzipArchive::checkLocalHeader(LocalLayout& layout) {
+  // The local extra field may differ in length; the version and date are not compared.
+  unsigned char header[LocalHeaderSize];
+  const EntryInfo& entry = current_;
+  if (int status = seekTo(*io_, localHeaderOffset_, bytesBefore_); status != StatusOk) return status;
+  if (int status = readExactly(*io_, header, sizeof header); status != StatusOk) return status;
+  const uint64_t method = getField(header, LocalHeader::Method);
+  const bool sizesFollowData = (getField(header, LocalHeader::Flags) & FlagDataDescriptor) != 0;
+  if (getField(header, LocalHeader::Signature) != LocalHeaderSignature) return StatusBadArchive;
+  if (method != entry.compressionMethod) return StatusBadArchive;
+  if (method != MethodStored && method != MethodDeflated) return StatusBadArchive;
+  if (!sizesFollowData && (getField(header, LocalHeader::Crc) != entry.crc ||
+                           getField(header, LocalHeader::CompressedSize) != entry.compressedSize ||
+                           getField(header, LocalHeader::UncompressedSize) != entry.uncompressedSize)) {
+    return StatusBadArchive;
+  }
+  const uint64_t nameLength = getField(header, LocalHeader::NameLength);
+  if (nameLength != entry.fileNameLength) return StatusBadArchive;
+  layout.extraOffset = localHeaderOffset_ + LocalHeaderSize + nameLength;
+  layout.extraSize = getField(header, LocalHeader::ExtraLength);
+  layout.dataStart = layout.extraOffset + layout.extraSize;
+  return StatusOk;
+}
+
+int UnzipArchive::openCurrentEntry(int* method, int* level, int raw) {
+  if (!ready() || !currentValid_) return StatusBadParameter;
+  if (reading_) closeCurrentEntry();
   LocalLayout layout{};
-  if (checkLocalHeader(archive, layout) != StatusOk) return StatusBadArchive;
+  if (checkLocalHeader(layout) != StatusOk) return StatusBadArchive;
   std::unique_ptr<ReadEntryState> entry(new (std::nothrow) ReadEntryState());
   if (!entry) return StatusInternalError;
   entry->inputBuffer.reset(new (std::nothrow) unsigned char[ReadBufferSize]);
   if (!entry->inputBuffer) return StatusInternalError;
-  const EntryInfo& info = archive.current;
-  if (method != nullptr) *method = static_cast<int>(info.compressionMethod);
-  if (level != nullptr) *level = levelFromFlags(info.flags);
-  entry->expectedCrc = info.crc;
-  entry->compressedLeft = info.compressedSize;
-  entry->uncompressedLeft = info.uncompressedSize;
+  if (method != nullptr) *method = static_cast<int>(current_.compressionMethod);
+  if (level != nullptr) *level = levelFromFlags(current_.flags);
+  entry->expectedCrc = current_.crc;
+  entry->compressedLeft = current_.compressedSize;
+  entry->uncompressedLeft = current_.uncompressedSize;
   entry->nextReadPosition = layout.dataStart;
   entry->localExtraOffset = layout.extraOffset;
   entry->localExtraSize = layout.extraSize;
-  entry->compressionMethod = info.compressionMethod;
-  entry->io = archive.io;
-  entry->bytesBefore = archive.bytesBefore;
+  entry->compressionMethod = current_.compressionMethod;
   entry->raw = raw != 0;
-  if (!entry->raw && entry->compressionMethod == MethodDeflated) {
-    // A failed start is not reported here: reading then fails with zlib's status.
-    entry->streamInitialised = inflateInit2_(&entry->stream, RawWindowBits, ZlibVersionPassed,
-                                             static_cast<int>(sizeof(z_stream))) == Z_OK;
-  }
-  archive.reading = std::move(entry);
+  // A failed start is not reported here: reading then fails with zlib's status.
+  if (!entry->raw && entry->compressionMethod == MethodDeflated) entry->inflater.start();
+  reading_ = std::move(entry);
   return StatusOk;
 }
 
-int readCurrentEntry(UnzipArchive& archive, void* buffer, uint32_t length) {
-  if (!archiveReady(archive) || !archive.reading) return StatusBadParameter;
-  ReadEntryState& entry = *archive.reading;
+int UnzipArchive::readCurrentEntry(void* buffer, uint32_t length) {
+  if (!ready() || !reading_) return StatusBadParameter;
+  ReadEntryState& entry = *reading_;
   if (!entry.inputBuffer) return StatusEndOfList;
   if (length == 0) return 0;
   if (buffer == nullptr) return StatusBadParameter;
   // The count is returned as an int, so one call delivers at most INT_MAX bytes.
   const uint64_t window = std::min<uint64_t>({length, entry.uncompressedLeft, INT_MAX});
-  entry.stream.next_out = static_cast<Bytef*>(buffer);
-  entry.stream.avail_out = static_cast<uInt>(window);
-  const bool inflating = entry.compressionMethod != MethodStored && !entry.raw;
-  uint64_t count = 0;
-  while (entry.stream.avail_out > 0) {
-    if (refillInput(entry) != StatusOk) return StatusIoError;
-    if (inflating) {
-      uint64_t produced = 0;
-      bool ended = false;
-      const int status = inflateStep(entry, produced, ended);
-      count += produced;
-      if (ended) break;
-      if (status != Z_OK) return status;
-    } else {
-      if (entry.stream.avail_in == 0 && entry.compressedLeft == 0) break;
-      count += copyStep(entry);
-    }
-  }
-  return static_cast<int>(count);
+  return entry.read(*io_, bytesBefore_, static_cast<unsigned char*>(buffer), window);
 }
 
-int64_t currentEntryOffset(UnzipArchive& archive) {
-  if (!archiveReady(archive) || !archive.reading) return StatusBadParameter;
-  return static_cast<int64_t>(archive.reading->stream.total_out);
+int64_t UnzipArchive::currentEntryOffset() const {
+  if (!ready() || !reading_) return StatusBadParameter;
+  return static_cast<int64_t>(reading_->delivered);
 }
 
-int atEndOfCurrentEntry(UnzipArchive& archive) {
-  if (!archiveReady(archive) || !archive.reading) return StatusBadParameter;
-  return archive.reading->uncompressedLeft == 0 ? 1 : 0;
+int UnzipArchive::atEndOfCurrentEntry() const {
+  if (!ready() || !reading_) return StatusBadParameter;
+  return reading_->uncompressedLeft == 0 ? 1 : 0;
 }
 
-int getLocalExtraField(UnzipArchive& archive, void* buffer, uint32_t length) {
-  if (!archiveReady(archive) || !archive.reading) return StatusBadParameter;
-  const ReadEntryState& entry = *archive.reading;
+int UnzipArchive::getLocalExtraField(void* buffer, uint32_t length) {
+  if (!ready() || !reading_) return StatusBadParameter;
+  const ReadEntryState& entry = *reading_;
   const uint64_t available = entry.localExtraSize - entry.localExtraPosition;
   if (buffer == nullptr) return static_cast<int>(available);
   const uint64_t n = std::min<uint64_t>(available, length);
   if (n == 0) return 0;
   // The extra field's offset is taken as it stands, without the bytes in
   // front of the archive: that is how this field has always been read.
-  if (seekTo(*archive.io, entry.localExtraOffset, entry.localExtraPosition) != StatusOk) return StatusIoError;
-  if (readExactly(*archive.io, buffer, n) != StatusOk) return StatusIoError;
+  if (seekTo(*io_, entry.localExtraOffset, entry.localExtraPosition) != StatusOk) return StatusIoError;
+  if (readExactly(*io_, buffer, n) != StatusOk) return StatusIoError;
   return static_cast<int>(n);
 }
 
-int closeCurrentEntry(UnzipArchive& archive) {
-  if (!archiveReady(archive) || !archive.reading) return StatusBadParameter;
-  const ReadEntryState& entry = *archive.reading;
+int UnzipArchive::closeCurrentEntry() {
+  if (!ready() || !reading_) return StatusBadParameter;
+  const ReadEntryState& entry = *reading_;
   // Only an entry read to its end can be judged by its CRC.
   int status = StatusOk;
   if (entry.uncompressedLeft == 0 && !entry.raw && entry.crcSoFar != entry.expectedCrc) status = StatusCrcError;
-  archive.reading.reset();
+  reading_.reset();
   return status;
+}
+
+int UnzipArchive::ReadEntryState::read(ZipFileIO& io, uint64_t bytesBefore, unsigned char* out, uint64_t space) {
+  const bool inflating = compressionMethod != MethodStored && !raw;
+  uint64_t count = 0;
+  while (count < space) {
+    if (refillInput(io, bytesBefore) != StatusOk) return StatusIoError;
+    if (inflating) {
+      uint64_t produced = 0;
+      bool ended = false;
+      const int status = inflateStep(out + count, space - count, produced, ended);
+      count += produced;
+      if (ended) break;
+      if (status != Z_OK) return status;
+    } else {
+      if (inputLeft == 0 && compressedLeft == 0) break;
+      count += copyStep(out + count, space - count);
+    }
+  }
+  return static_cast<int>(count);
+}
+
+// Brings in the next block of compressed bytes when the input has run dry.
+int UnzipArchive::ReadEntryState::refillInput(ZipFileIO& io, uint64_t bytesBefore) {
+  if (inputLeft != 0 || compressedLeft == 0) return StatusOk;
+  const uint64_t n = std::min<uint64_t>(ReadBufferSize, compressedLeft);
+  if (seekTo(io, nextReadPosition, bytesBefore) != StatusOk) return StatusIoError;
+  if (readExactly(io, inputBuffer.get(), n) != StatusOk) return StatusIoError;
+  nextReadPosition += n;
+  compressedLeft -= n;
+  input = inputBuffer.get();
+  inputLeft = n;
+  return StatusOk;
+}
+
+// Inflates into `out` once; the count produced, or zlib's status
+// (Z_STREAM_END is reported through `ended`).
+int UnzipArchive::ReadEntryState::inflateStep(unsigned char* out, uint64_t space, uint64_t& produced,
+                                              bool& ended) {
+  z_stream& stream = inflater.get();
+  stream.next_in = const_cast<Bytef*>(input);
+  stream.avail_in = static_cast<uInt>(inputLeft);
+  stream.next_out = out;
+  stream.avail_out = static_cast<uInt>(space);
+  const int status = inflate(&stream, Z_SYNC_FLUSH);
+  input = stream.next_in;
+  inputLeft = stream.avail_in;
+  produced = space - stream.avail_out;
+  addToCrc(out, produced);
+  ended = status == Z_STREAM_END;
+  return ended ? Z_OK : status;
+}
+
+// Copies stored (or raw) bytes from the input into `out`.
+uint64_t UnzipArchive::ReadEntryState::copyStep(unsigned char* out, uint64_t space) {
+  const uint64_t n = std::min(space, inputLeft);
+  std::memcpy(out, input, n);
+  addToCrc(out, n);
+  input += n;
+  inputLeft -= n;
+  return n;
+}
+
+void UnzipArchive::ReadEntryState::addToCrc(const unsigned char* bytes, uint64_t count) {
+  crcSoFar = crc32(static_cast<uLong>(crcSoFar), bytes, static_cast<uInt>(count));
+  uncompressedLeft -= count;
+  delivered += count;
 }
 
 }  // namespace kxzef

@@ -9,24 +9,22 @@
 #include <initializer_list>
 #include <new>
 #include <string>
+#include <utility>
 
 #include <zlib.h>
 
 namespace kxzef {
 
+// What openNewEntry works out before it writes anything.
+struct ZipArchive::EntryLayout {
+  const char* name = nullptr;
+  uint64_t nameLength = 0;
+  uint64_t commentLength = 0;
+  std::unique_ptr<unsigned char[]> linkBlock;
+  uint64_t linkBlockLength = 0;
+};
+
 namespace {
-
-constexpr uint64_t Max16BitField = 0xFFFF;
-constexpr uint64_t Max32BitField = 0xFFFFFFFF;
-
-// Central header offsets of the fields settled when an entry is closed.
-constexpr size_t CentralCrcOffset = 16;
-constexpr size_t CentralInternalAttributesOffset = 36;
-// The local header's CRC field; both sizes follow it.
-constexpr int64_t LocalCrcOffset = 14;
-
-constexpr int DeflateMemoryLevel = 8;
-constexpr uint64_t TextAttribute = 1;
 
 struct Field {
   uint64_t value;
@@ -40,33 +38,13 @@ int writeFields(ZipFileIO& io, std::initializer_list<Field> fields) {
   return StatusOk;
 }
 
-unsigned char* putFields(unsigned char* destination, std::initializer_list<Field> fields) {
-  for (const Field& field : fields) {
-    putValue(destination, field.value, field.size);
-    destination += field.size;
-  }
-  return destination;
-}
-
 // The general-purpose flag bits 1-2 that hint at the compression level.
 uint64_t flagsForLevel(int level) {
-  if (level == 8 || level == 9) return 2;
-  if (level == 2) return 4;
-  if (level == 1) return 6;
+  if (level == 8 || level == 9) return FlagLevelMaximum;
+  if (level == 2) return FlagLevelFast;
+  if (level == 1) return FlagLevelFastest;
   return 0;
 }
-
-// An archive whose file is gone (closed, or never opened) takes no more writes.
-bool isWritable(const ZipArchive& archive) { return archive.isOpen && archive.io != nullptr; }
-
-// What openNewEntry works out before it writes anything.
-struct EntryLayout {
-  const char* name = nullptr;
-  uint64_t nameLength = 0;
-  uint64_t commentLength = 0;
-  std::unique_ptr<unsigned char[]> linkBlock;
-  uint64_t linkBlockLength = 0;
-};
 
 // The target to record for a symbolic link: the caller's text when given,
 // else what the source path points to; empty for anything but a link.
@@ -78,103 +56,83 @@ std::string linkTargetOf(const char* sourcePath, const char* linkTarget) {
   return length > 0 ? std::string(target, static_cast<size_t>(length)) : std::string();
 }
 
-// The Unix extra block: tag, a length that counts the block's own 4-byte
-// header too (our readers expect that), 12 bytes of zeroed times and ids,
-// then the target without a terminator.
-int makeLinkBlock(const std::string& target, EntryLayout& layout) {
+// The Unix extra block: tag, a length that counts the block's own header,
+// 12 bytes of zeroed times and ids, then the target without a terminator.
+int makeLinkBlock(const std::string& target, std::unique_ptr<unsigned char[]>& block, uint64_t& length) {
   if (target.empty()) return StatusOk;
-  layout.linkBlockLength = target.size() + UnixExtraHeaderSize;
-  if (layout.linkBlockLength > Max16BitField) return StatusBadParameter;
-  layout.linkBlock.reset(new (std::nothrow) unsigned char[layout.linkBlockLength]);
-  if (!layout.linkBlock) return StatusInternalError;
-  unsigned char* block = layout.linkBlock.get();
-  std::memset(block, 0, UnixExtraHeaderSize);
-  putFields(block, {{UnixExtraTag, 2}, {layout.linkBlockLength, 2}});
-  std::memcpy(block + UnixExtraHeaderSize, target.data(), target.size());
+  length = target.size() + UnixExtraHeaderSize;
+  if (length > Max16BitField) return StatusBadParameter;
+  block.reset(new (std::nothrow) unsigned char[length]);
+  if (!block) return StatusInternalError;
+  std::memset(block.get(), 0, UnixExtraHeaderSize);
+  putField(block.get(), UnixExtraTagField, UnixExtraTag);
+  putField(block.get(), UnixExtraLengthField, length);
+  std::memcpy(block.get() + UnixExtraHeaderSize, target.data(), target.size());
   return StatusOk;
 }
 
-void resetStream(ZipArchive& archive) {
-  z_stream& stream = archive.stream;
-  stream.next_in = nullptr;
-  stream.avail_in = 0;
-  stream.next_out = archive.outputBuffer;
-  stream.avail_out = WriteBufferSize;
-  stream.total_in = 0;
-  stream.total_out = 0;
-  stream.data_type = Z_UNKNOWN;  // only deflate tells text from binary
+// What the local and the central header both record of an entry.
+struct SharedFields {
+  uint64_t flags;
+  uint64_t method;
+  uint64_t dosDate;
+  uint64_t nameLength;
+  uint64_t extraLength;
+};
+
+// Puts the shared fields at the offsets of `Header`, with CRC and sizes 0.
+template <typename Header>
+void putSharedFields(unsigned char* record, const SharedFields& fields) {
+  putField(record, Header::VersionNeeded, VersionNeeded20);
+  putField(record, Header::Flags, fields.flags);
+  putField(record, Header::Method, fields.method);
+  putField(record, Header::DosDate, fields.dosDate);
+  putField(record, Header::Crc, 0);
+  putField(record, Header::CompressedSize, 0);
+  putField(record, Header::UncompressedSize, 0);
+  putField(record, Header::NameLength, fields.nameLength);
+  putField(record, Header::ExtraLength, fields.extraLength);
 }
 
-void buildCentralHeader(ZipArchive& archive, const EntryLayout& layout, const ZipEntryInfo* info,
-                        const void* globalExtra, uint32_t globalExtraLength, const char* comment) {
-  unsigned char* at = putFields(archive.centralHeader.get(), {
-      {CentralHeaderSignature, 4},
-      {VersionMadeByUnix20, 2},
-      {VersionNeeded20, 2},
-      {archive.flags, 2},
-      {static_cast<uint64_t>(archive.method), 2},
-      {archive.dosDate, 4},
-      {0, 4},  // CRC, settled at close
-      {0, 4},  // compressed size, settled at close
-      {0, 4},  // uncompressed size, settled at close
-      {layout.nameLength, 2},
-      {globalExtraLength + layout.linkBlockLength, 2},
-      {layout.commentLength, 2},
-      {0, 2},  // disk number start
-      {info != nullptr ? info->internalAttributes : 0, 2},
-      {info != nullptr ? info->externalAttributes : 0, 4},
-      {static_cast<uint64_t>(archive.localHeaderPosition), 4},
-  });
-  std::memcpy(at, layout.name, layout.nameLength);
-  at += layout.nameLength;
-  if (globalExtraLength > 0) std::memcpy(at, globalExtra, globalExtraLength);
-  at += globalExtraLength;
-  if (layout.linkBlockLength > 0) std::memcpy(at, layout.linkBlock.get(), layout.linkBlockLength);
-  at += layout.linkBlockLength;
-  if (layout.commentLength > 0) std::memcpy(at, comment, layout.commentLength);
+// Copies `length` bytes to `at` and returns the position after them.
+unsigned char* append(unsigned char* at, const void* bytes, uint64_t length) {
+  if (length > 0) std::memcpy(at, bytes, length);
+  return at + length;
 }
 
-int writeLocalHeader(ZipArchive& archive, const EntryLayout& layout, const void* localExtra,
-                     uint32_t localExtraLength) {
-  ZipFileIO& io = *archive.io;
-  const int status = writeFields(io, {
-      {LocalHeaderSignature, 4},
-      {VersionNeeded20, 2},
-      {archive.flags, 2},
-      {static_cast<uint64_t>(archive.method), 2},
-      {archive.dosDate, 4},
-      {0, 4},  // CRC, patched at close
-      {0, 4},  // compressed size, patched at close
-      {0, 4},  // uncompressed size, patched at close
-      {layout.nameLength, 2},
-      {localExtraLength + layout.linkBlockLength, 2},
-  });
-  if (status != StatusOk) return status;
-  const auto writeAll = [&io](const void* bytes, uint64_t length) {
-    return length == 0 || io.write(bytes, static_cast<int64_t>(length)) == static_cast<int64_t>(length);
-  };
-  if (!writeAll(layout.name, layout.nameLength) || !writeAll(localExtra, localExtraLength) ||
-      !writeAll(layout.linkBlock.get(), layout.linkBlockLength)) {
-    return StatusIoError;
-  }
-  return StatusOk;
+}  // namespace
+
+ZipArchive::ZipArchive() = default;
+
+ZipArchive::~ZipArchive() = default;
+
+bool ZipArchive::openForWriting(const char* path, int append, std::unique_ptr<ZipFileIO> io) {
+  // A state used before starts over: its stream, blocks and file object go.
+  deflater_.end();
+  centralDirectory_.clear();
+  centralHeader_.reset();
+  io_ = io ? std::move(io) : std::unique_ptr<ZipFileIO>(new (std::nothrow) ZipFileIO());
+  if (!io_ || !io_->open(path, append != 0 ? ModeAppendExisting : ModeCreateNew)) return false;
+  beginPosition_ = io_->tell();
+  entryOpen_ = false;
+  entryCount_ = 0;
+  isOpen_ = true;
+  return true;
 }
 
-// Works out name, comment and link block, notes where the local header goes,
-// and refuses what the record fields (16 bits for lengths, 32 for offsets)
-// cannot hold.
-int layoutEntry(ZipArchive& archive, EntryLayout& layout, const char* name, const char* comment,
-                uint32_t localExtraLength, uint32_t globalExtraLength, const char* sourcePath,
-                const char* linkTarget) {
+int ZipArchive::layoutEntry(EntryLayout& layout, const char* name, const char* comment, uint32_t localExtraLength,
+                            uint32_t globalExtraLength, const char* sourcePath, const char* linkTarget) {
+  // Refuses what the record fields (16 bits for lengths, 32 for offsets) cannot hold.
   layout.name = name != nullptr ? name : "-";
   layout.nameLength = std::strlen(layout.name);
   layout.commentLength = comment != nullptr ? std::strlen(comment) : 0;
-  if (int status = makeLinkBlock(linkTargetOf(sourcePath, linkTarget), layout); status != StatusOk) {
+  if (int status = makeLinkBlock(linkTargetOf(sourcePath, linkTarget), layout.linkBlock, layout.linkBlockLength);
+      status != StatusOk) {
     return status;
   }
-  const int64_t position = archive.io->tell();
+  const int64_t position = io_->tell();
   if (position < 0) return StatusIoError;
-  archive.localHeaderPosition = position;
+  localHeaderPosition_ = position;
   const bool fits = layout.nameLength <= Max16BitField && layout.commentLength <= Max16BitField &&
                     localExtraLength + layout.linkBlockLength <= Max16BitField &&
                     globalExtraLength + layout.linkBlockLength <= Max16BitField &&
@@ -182,253 +140,247 @@ int layoutEntry(ZipArchive& archive, EntryLayout& layout, const char* name, cons
   return fits ? StatusOk : StatusBadParameter;
 }
 
-int startDeflate(ZipArchive& archive, int level) {
-  z_stream& stream = archive.stream;
-  stream.zalloc = nullptr;
-  stream.zfree = nullptr;
-  stream.opaque = nullptr;
-  const int status = deflateInit2_(&stream, level, Z_DEFLATED, RawWindowBits, DeflateMemoryLevel,
-                                   Z_DEFAULT_STRATEGY, ZlibVersionPassed, static_cast<int>(sizeof(z_stream)));
-  archive.streamInitialised = status == Z_OK;
-  return status;
+void ZipArchive::buildCentralHeader(const EntryLayout& layout, const ZipEntryInfo* info, const void* globalExtra,
+                                    uint32_t globalExtraLength, const char* comment) {
+  unsigned char* header = centralHeader_.get();
+  putField(header, CentralHeader::Signature, CentralHeaderSignature);
+  putField(header, CentralHeader::VersionMadeBy, VersionMadeByUnix20);
+  // CRC and sizes are settled at close.
+  putSharedFields<CentralHeader>(header, {flags_, static_cast<uint64_t>(method_), dosDate_, layout.nameLength,
+                                          globalExtraLength + layout.linkBlockLength});
+  putField(header, CentralHeader::CommentLength, layout.commentLength);
+  putField(header, CentralHeader::DiskNumberStart, 0);
+  putField(header, CentralHeader::InternalAttributes, info != nullptr ? info->internalAttributes : 0);
+  putField(header, CentralHeader::ExternalAttributes, info != nullptr ? info->externalAttributes : 0);
+  putField(header, CentralHeader::LocalHeaderOffset, static_cast<uint64_t>(localHeaderPosition_));
+  unsigned char* at = append(header + CentralHeaderSize, layout.name, layout.nameLength);
+  at = append(at, globalExtra, globalExtraLength);
+  at = append(at, layout.linkBlock.get(), layout.linkBlockLength);
+  append(at, comment, layout.commentLength);
 }
 
-// Writes the buffered output and makes the whole buffer the window again.
-int flushOutput(ZipArchive& archive) {
-  const int64_t count = archive.bufferedCount;
-  const bool written = archive.io->write(archive.outputBuffer, count) == count;
-  archive.bufferedCount = 0;
-  archive.stream.next_out = archive.outputBuffer;
-  archive.stream.avail_out = WriteBufferSize;
+int ZipArchive::writeLocalHeader(const EntryLayout& layout, const void* localExtra, uint32_t localExtraLength) {
+  unsigned char header[LocalHeaderSize];
+  putField(header, LocalHeader::Signature, LocalHeaderSignature);
+  // CRC and sizes are patched at close.
+  putSharedFields<LocalHeader>(header, {flags_, static_cast<uint64_t>(method_), dosDate_, layout.nameLength,
+                                        localExtraLength + layout.linkBlockLength});
+  const auto writeAll = [this](const void* bytes, uint64_t length) {
+    return length == 0 || io_->write(bytes, static_cast<int64_t>(length)) == static_cast<int64_t>(length);
+  };
+  const bool written = writeAll(header, sizeof header) && writeAll(layout.name, layout.nameLength) &&
+                       writeAll(localExtra, localExtraLength) &&
+                       writeAll(layout.linkBlock.get(), layout.linkBlockLength);
   return written ? StatusOk : StatusIoError;
 }
 
-// Runs deflate once and counts what it added to the buffer.
-int deflateStep(ZipArchive& archive, int flush) {
-  const uLong before = archive.stream.total_out;
-  const int status = deflate(&archive.stream, flush);
-  archive.bufferedCount += static_cast<uint32_t>(archive.stream.total_out - before);
+int ZipArchive::openNewEntry(const char* name, const ZipEntryInfo* info, const void* localExtra,
+                             uint32_t localExtraLength, const void* globalExtra, uint32_t globalExtraLength,
+                             const char* comment, int method, int level, const char* sourcePath,
+                             const char* linkTarget, int raw) {
+  if (!writable() || (method != MethodStored && method != MethodDeflated)) return StatusBadParameter;
+  if ((localExtra == nullptr && localExtraLength > 0) || (globalExtra == nullptr && globalExtraLength > 0)) {
+    return StatusBadParameter;
+  }
+  if (entryOpen_) {
+    if (int status = closeEntry(0, 0); status != StatusOk) return status;
+  }
+  EntryLayout layout;
+  if (int status = layoutEntry(layout, name, comment, localExtraLength, globalExtraLength, sourcePath, linkTarget);
+      status != StatusOk) {
+    return status;
+  }
+  dosDate_ = info == nullptr ? 0 : info->dosDate != 0 ? info->dosDate : dosDateFromTime(info->modified);
+  flags_ = flagsForLevel(level);
+  crcSoFar_ = 0;
+  method_ = method;
+  raw_ = raw;
+  deflating_ = false;
+  bufferedCount_ = 0;
+  entryIn_ = 0;
+  entryOut_ = 0;
+  inputLeft_ = 0;
+  centralHeaderSize_ =
+      CentralHeaderSize + layout.nameLength + globalExtraLength + layout.linkBlockLength + layout.commentLength;
+  centralHeader_.reset(new (std::nothrow) unsigned char[centralHeaderSize_]);
+  if (!centralHeader_) return StatusInternalError;
+  buildCentralHeader(layout, info, globalExtra, globalExtraLength, comment);
+
+  int status = writeLocalHeader(layout, localExtra, localExtraLength);
+  // Raw data arrives compressed already and is copied as it comes.
+  if (status == StatusOk && method == MethodDeflated && raw == 0) {
+    status = deflater_.start(level);
+    deflating_ = status == Z_OK;
+  }
+  if (status != StatusOk) {
+    centralHeader_.reset();
+    return status;
+  }
+  entryOpen_ = true;
+  return StatusOk;
+}
+
+int ZipArchive::flushOutput() {
+  // Writes the buffered output and makes the whole buffer free again.
+  const int64_t count = bufferedCount_;
+  const bool written = io_->write(outputBuffer_, count) == count;
+  bufferedCount_ = 0;
+  return written ? StatusOk : StatusIoError;
+}
+
+int ZipArchive::deflateStep(int flush) {
+  // Runs deflate once on the input left, into the free part of the buffer.
+  z_stream& stream = deflater_.get();
+  const uInt space = static_cast<uInt>(WriteBufferSize - bufferedCount_);
+  stream.next_in = const_cast<Bytef*>(input_);
+  stream.avail_in = inputLeft_;
+  stream.next_out = outputBuffer_ + bufferedCount_;
+  stream.avail_out = space;
+  const int status = deflate(&stream, flush);
+  entryIn_ += inputLeft_ - stream.avail_in;
+  input_ = stream.next_in;
+  inputLeft_ = stream.avail_in;
+  bufferedCount_ += space - stream.avail_out;
+  entryOut_ += space - stream.avail_out;
   return status;
 }
 
-// Stored data passes through the buffer like deflate output, on the same
-// stream counters, so both methods close the same way.
-void copyStored(ZipArchive& archive) {
-  z_stream& stream = archive.stream;
-  const uInt piece = stream.avail_in < stream.avail_out ? stream.avail_in : stream.avail_out;
-  std::memcpy(stream.next_out, stream.next_in, piece);
-  stream.next_in += piece;
-  stream.avail_in -= piece;
-  stream.total_in += piece;
-  stream.next_out += piece;
-  stream.avail_out -= piece;
-  stream.total_out += piece;
-  archive.bufferedCount += piece;
+void ZipArchive::copyStored() {
+  // Stored data passes through the buffer like deflate output, on the same
+  // counters, so both methods close the same way.
+  const uint32_t space = static_cast<uint32_t>(WriteBufferSize - bufferedCount_);
+  const uint32_t piece = inputLeft_ < space ? inputLeft_ : space;
+  std::memcpy(outputBuffer_ + bufferedCount_, input_, piece);
+  input_ += piece;
+  inputLeft_ -= piece;
+  entryIn_ += piece;
+  bufferedCount_ += piece;
+  entryOut_ += piece;
 }
 
-int finishDeflate(ZipArchive& archive) {
+int ZipArchive::writeEntryData(const void* bytes, uint32_t length) {
+  if (!writable() || !entryOpen_) return StatusBadParameter;
+  if (length == 0) return StatusOk;
+  if (bytes == nullptr) return StatusBadParameter;
+  input_ = static_cast<const unsigned char*>(bytes);
+  inputLeft_ = length;
+  crcSoFar_ = crc32(static_cast<uLong>(crcSoFar_), input_, length);
+  while (inputLeft_ > 0) {
+    if (bufferedCount_ == WriteBufferSize) {
+      if (int status = flushOutput(); status != StatusOk) return status;
+    }
+    if (deflating_) {
+      if (int status = deflateStep(Z_NO_FLUSH); status != Z_OK) return status;
+    } else {
+      copyStored();
+    }
+  }
+  return StatusOk;
+}
+
+int ZipArchive::finishDeflate() {
   int status = Z_OK;
   do {
-    if (archive.stream.avail_out == 0) {
-      if (int written = flushOutput(archive); written != StatusOk) return written;
+    if (bufferedCount_ == WriteBufferSize) {
+      if (int written = flushOutput(); written != StatusOk) return written;
     }
-    status = deflateStep(archive, Z_FINISH);
+    status = deflateStep(Z_FINISH);
   } while (status == Z_OK);
   return status == Z_STREAM_END ? StatusOk : status;
 }
 
-// Keeps the finished central header and puts CRC and sizes into the local
-// header, leaving the file position where the next entry starts.
-int recordEntry(ZipArchive& archive, uint64_t crc, uint64_t compressedSize, uint64_t uncompressedSize) {
-  if (appendToCentralDirectory(&archive.centralDirectory, archive.centralHeader.get(),
-                               archive.centralHeaderSize) != StatusOk) {
+int ZipArchive::recordEntry(uint64_t crc, uint64_t compressedSize, uint64_t uncompressedSize) {
+  // Keeps the finished central header and puts CRC and sizes into the local
+  // header, leaving the file position where the next entry starts.
+  if (appendToCentralDirectory(&centralDirectory_, centralHeader_.get(), centralHeaderSize_) != StatusOk) {
     return StatusInternalError;
   }
-  ZipFileIO& io = *archive.io;
-  const int64_t end = io.tell();
-  if (io.seek(archive.localHeaderPosition + LocalCrcOffset, SeekFromStart) != 0) return StatusIoError;
-  const int status = writeFields(io, {{crc, 4}, {compressedSize, 4}, {uncompressedSize, 4}});
-  if (io.seek(end, SeekFromStart) != 0) return StatusIoError;
+  const int64_t end = io_->tell();
+  if (io_->seek(localHeaderPosition_ + static_cast<int64_t>(LocalHeader::Crc.offset), SeekFromStart) != 0) {
+    return StatusIoError;
+  }
+  const int status = writeFields(*io_, {{crc, 4}, {compressedSize, 4}, {uncompressedSize, 4}});
+  if (io_->seek(end, SeekFromStart) != 0) return StatusIoError;
   return status;
 }
 
-}  // namespace
-
-ZipArchive::ZipArchive() : stream() {}
-
-ZipArchive::~ZipArchive() {
-  if (streamInitialised) deflateEnd(&stream);
-  if (ownsIO) delete io;
-}
-
-bool openForWriting(ZipArchive& archive, const char* path, int append, ZipFileIO* io) {
-  // A state used before starts over: its stream, blocks and file object go.
-  if (archive.streamInitialised) deflateEnd(&archive.stream);
-  archive.streamInitialised = false;
-  archive.centralDirectory.clear();
-  archive.centralHeader.reset();
-  if (archive.ownsIO && archive.io != io) delete archive.io;
-  archive.io = io != nullptr ? io : new (std::nothrow) ZipFileIO;
-  archive.ownsIO = true;
-  if (archive.io == nullptr || !archive.io->open(path, append != 0 ? ModeAppendExisting : ModeCreateNew)) {
-    return false;
-  }
-  archive.beginPosition = archive.io->tell();
-  archive.entryOpen = false;
-  archive.entryCount = 0;
-  archive.isOpen = true;
-  return true;
-}
-
-int openNewEntry(ZipArchive& archive, const char* name, const ZipEntryInfo* info, const void* localExtra,
-                 uint32_t localExtraLength, const void* globalExtra, uint32_t globalExtraLength,
-                 const char* comment, int method, int level, const char* sourcePath,
-                 const char* linkTarget, int raw) {
-  if (!isWritable(archive) || (method != MethodStored && method != MethodDeflated)) return StatusBadParameter;
-  if ((localExtra == nullptr && localExtraLength > 0) || (globalExtra == nullptr && globalExtraLength > 0)) {
-    return StatusBadParameter;
-  }
-  if (archive.entryOpen) {
-    if (int status = closeEntry(archive, 0, 0); status != StatusOk) return status;
-  }
-  EntryLayout layout;
-  if (int status = layoutEntry(archive, layout, name, comment, localExtraLength, globalExtraLength,
-                               sourcePath, linkTarget);
-      status != StatusOk) {
-    return status;
-  }
-  archive.dosDate = info == nullptr ? 0 : info->dosDate != 0 ? info->dosDate : dosDateFromTime(info->modified);
-  archive.flags = flagsForLevel(level);
-  archive.crcSoFar = 0;
-  archive.method = method;
-  archive.raw = raw;
-  archive.bufferedCount = 0;
-  archive.centralHeaderSize =
-      CentralHeaderSize + layout.nameLength + globalExtraLength + layout.linkBlockLength + layout.commentLength;
-  archive.centralHeader.reset(new (std::nothrow) unsigned char[archive.centralHeaderSize]);
-  if (!archive.centralHeader) return StatusInternalError;
-  buildCentralHeader(archive, layout, info, globalExtra, globalExtraLength, comment);
-
-  const int written = writeLocalHeader(archive, layout, localExtra, localExtraLength);
-  resetStream(archive);
-  // Raw data arrives compressed already and is copied as it comes.
-  const int status = written != StatusOk                         ? written
-                     : method == MethodDeflated && raw == 0 ? startDeflate(archive, level)
-                                                                : StatusOk;
-  if (status != StatusOk) {
-    archive.centralHeader.reset();
-    return status;
-  }
-  archive.entryOpen = true;
-  return StatusOk;
-}
-
-int writeEntryData(ZipArchive& archive, const void* bytes, uint32_t length) {
-  if (!isWritable(archive) || !archive.entryOpen) return StatusBadParameter;
-  if (length == 0) return StatusOk;
-  if (bytes == nullptr) return StatusBadParameter;
-  z_stream& stream = archive.stream;
-  stream.next_in = static_cast<Bytef*>(const_cast<void*>(bytes));
-  stream.avail_in = length;
-  archive.crcSoFar = crc32(static_cast<uLong>(archive.crcSoFar), stream.next_in, length);
-  while (stream.avail_in > 0) {
-    if (stream.avail_out == 0) {
-      if (int status = flushOutput(archive); status != StatusOk) return status;
-    }
-    if (archive.streamInitialised) {
-      if (int status = deflateStep(archive, Z_NO_FLUSH); status != Z_OK) return status;
-    } else {
-      copyStored(archive);
-    }
-  }
-  return StatusOk;
-}
-
-int closeEntry(ZipArchive& archive, uint64_t uncompressedSize, uint64_t crc) {
-  if (!isWritable(archive) || !archive.entryOpen) return StatusBadParameter;
-  z_stream& stream = archive.stream;
-  stream.avail_in = 0;
-  int status = archive.streamInitialised ? finishDeflate(archive) : StatusOk;
-  if (status == StatusOk && archive.bufferedCount > 0) status = flushOutput(archive);
-  if (archive.streamInitialised) {
+int ZipArchive::closeEntry(uint64_t uncompressedSize, uint64_t crc) {
+  if (!writable() || !entryOpen_) return StatusBadParameter;
+  inputLeft_ = 0;
+  int status = deflating_ ? finishDeflate() : StatusOk;
+  if (status == StatusOk && bufferedCount_ > 0) status = flushOutput();
+  if (deflating_) {
     // The first failure is the one reported: ending a stream cut short fails too.
-    const int ended = deflateEnd(&stream);
+    const int ended = deflater_.end();
     if (status == StatusOk) status = ended;
-    archive.streamInitialised = false;
   }
-  if (archive.raw == 0) {
-    crc = archive.crcSoFar;
-    uncompressedSize = stream.total_in;
+  if (raw_ == 0) {
+    crc = crcSoFar_;
+    uncompressedSize = entryIn_;
   }
-  const uint64_t compressedSize = stream.total_out;
+  const uint64_t compressedSize = entryOut_;
   if (status == StatusOk && (uncompressedSize > Max32BitField || compressedSize > Max32BitField)) {
     status = StatusBadParameter;  // too large for a record without 64-bit extensions
   }
-  unsigned char* header = archive.centralHeader.get();
-  putFields(header + CentralCrcOffset, {{crc, 4}, {compressedSize, 4}, {uncompressedSize, 4}});
-  if (stream.data_type == Z_TEXT) putValue(header + CentralInternalAttributesOffset, TextAttribute, 2);
-  if (status == StatusOk) status = recordEntry(archive, crc, compressedSize, uncompressedSize);
-  archive.centralHeader.reset();
-  archive.centralHeaderSize = 0;
-  archive.entryCount += 1;
-  archive.entryOpen = false;
+  unsigned char* header = centralHeader_.get();
+  putField(header, CentralHeader::Crc, crc);
+  putField(header, CentralHeader::CompressedSize, compressedSize);
+  putField(header, CentralHeader::UncompressedSize, uncompressedSize);
+  if (deflating_ && deflater_.get().data_type == Z_TEXT) {
+    putField(header, CentralHeader::InternalAttributes, TextAttribute);
+  }
+  if (status == StatusOk) status = recordEntry(crc, compressedSize, uncompressedSize);
+  centralHeader_.reset();
+  centralHeaderSize_ = 0;
+  entryCount_ += 1;
+  entryOpen_ = false;
   return status;
 }
 
-namespace {
-
-// Writes the collected central headers in order and frees them whatever
-// happens; `size` is their total even after a failed write.
-int writeCentralDirectory(ZipArchive& archive, int status, uint64_t& size) {
+int ZipArchive::writeCentralDirectory(int status, uint64_t& size) {
+  // Writes the collected central headers in order and frees them whatever
+  // happens; `size` is their total even after a failed write.
   size = 0;
-  for (const CentralDirectoryBlock* block = archive.centralDirectory.first; block != nullptr;
-       block = block->next) {
+  for (const CentralDirectoryBlock* block = centralDirectory_.first; block != nullptr; block = block->next) {
     const auto filled = static_cast<int64_t>(block->filled);
-    if (status == StatusOk && archive.io->write(block->data, filled) != filled) status = StatusIoError;
+    if (status == StatusOk && io_->write(block->data, filled) != filled) status = StatusIoError;
     size += block->filled;
   }
-  archive.centralDirectory.clear();
+  centralDirectory_.clear();
   return status;
 }
 
-int writeEndRecord(ZipArchive& archive, int64_t start, uint64_t size, const char* comment) {
+int ZipArchive::writeEndRecord(int64_t start, uint64_t size, const char* comment) {
   const uint64_t commentLength = comment != nullptr ? std::strlen(comment) : 0;
   if (commentLength > Max16BitField || static_cast<uint64_t>(start) > Max32BitField || size > Max32BitField) {
     return StatusBadParameter;
   }
-  ZipFileIO& io = *archive.io;
   // The counts are 16-bit fields: beyond 65,535 entries they wrap.
-  const int status = writeFields(io, {
+  const int status = writeFields(*io_, {
       {EndRecordSignature, 4},
       {0, 2},  // this disk
       {0, 2},  // disk where the central directory starts
-      {archive.entryCount & Max16BitField, 2},
-      {archive.entryCount & Max16BitField, 2},
+      {entryCount_ & Max16BitField, 2},
+      {entryCount_ & Max16BitField, 2},
       {size, 4},
       {static_cast<uint64_t>(start), 4},
       {commentLength, 2},
   });
   if (status != StatusOk) return status;
   const auto length = static_cast<int64_t>(commentLength);
-  return length == 0 || io.write(comment, length) == length ? StatusOk : StatusIoError;
+  return length == 0 || io_->write(comment, length) == length ? StatusOk : StatusIoError;
 }
 
-}  // namespace
-
-int closeForWriting(ZipArchive& archive, const char* comment) {
-  if (!isWritable(archive)) return StatusBadParameter;
-  int status = archive.entryOpen ? closeEntry(archive, 0, 0) : StatusOk;
-  const int64_t start = archive.io->tell();
+int ZipArchive::closeForWriting(const char* comment) {
+  if (!writable()) return StatusBadParameter;
+  int status = entryOpen_ ? closeEntry(0, 0) : StatusOk;
+  const int64_t start = io_->tell();
   if (status == StatusOk && start < 0) status = StatusIoError;
   uint64_t size = 0;
-  status = writeCentralDirectory(archive, status, size);
-  if (status == StatusOk) status = writeEndRecord(archive, start, size, comment);
-  archive.io->close();
-  if (archive.ownsIO) {
-    delete archive.io;
-    archive.io = nullptr;
-    archive.ownsIO = false;
-  }
+  status = writeCentralDirectory(status, size);
+  if (status == StatusOk) status = writeEndRecord(start, size, comment);
+  io_->close();
+  io_.reset();
   return status;
 }
 
@@ -437,13 +389,6 @@ int writeValue(ZipFileIO& io, uint64_t value, int count) {
   if (count <= 0 || count > static_cast<int>(sizeof bytes)) return StatusIoError;
   putValue(bytes, value, count);
   return io.write(bytes, count) == count ? StatusOk : StatusIoError;
-}
-
-void putValue(unsigned char* destination, uint64_t value, int count) {
-  for (int i = 0; i < count; ++i) {
-    destination[i] = static_cast<unsigned char>(value & 0xFF);
-    value >>= 8;
-  }
 }
 
 }  // namespace kxzef

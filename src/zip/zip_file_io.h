@@ -63,8 +63,9 @@ class ZipFileIO {
   std::unique_ptr<std::fstream> stream_;
 };
 
-// Little-endian readers for the record parsers. Each returns 0 on success
-// and -1 when the file ended or failed (the value is then 0).
+// Little-endian readers over the file object. Each returns 0 on success and
+// -1 when the file ended or failed (the value is then 0).
+// Kept: part of the file object's fixed interface, though the cores now decode whole records through readLittleEndian.
 int readByte(ZipFileIO& io, uint64_t& value);
 int readUInt16(ZipFileIO& io, uint64_t& value);
 int readUInt32(ZipFileIO& io, uint64_t& value);

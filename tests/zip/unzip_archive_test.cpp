@@ -22,34 +22,53 @@ using testing::storedEntry;
 // lastRead: the last read's result, 0 at the entry's end, a failing status, or a count.
 struct ReadOutcome { int openStatus, lastRead; std::string data; int closeStatus; };
 
+// An entry changed after it was built, and how reading it ends. lastRead: 0
+// at the entry's end, the failing status, or the count when cut short at `limit`.
+struct DataChange {
+  HandEntry entry;
+  void (*change)(HandEntry&);
+  size_t limit;
+  int lastRead, closeStatus;
+};
+
 class ReadingCore : public testing::TempDirTest {
  protected:
   bool openBytes(const std::string& bytes) {
-    closeArchive(archive);
-    return openArchive(archive, writeFile("t.zip", bytes).c_str(), nullptr);
+    archive.closeArchive();
+    return archive.openArchive(writeFile("t.zip", bytes).c_str(), nullptr);
   }
 
   // Opens the current entry, reads it in pieces until its end or `limit` bytes, and closes it.
   ReadOutcome readCurrent(uint32_t piece = 8192, size_t limit = SIZE_MAX) {
-    ReadOutcome outcome{openCurrentEntry(archive, nullptr, nullptr, 0), 0, "", 0};
+    ReadOutcome outcome{archive.openCurrentEntry(nullptr, nullptr, 0), 0, "", 0};
     if (outcome.openStatus != StatusOk) return outcome;
     std::vector<char> buffer(piece);
     int count = 0;
-    while (outcome.data.size() < limit && (count = readCurrentEntry(archive, buffer.data(), piece)) > 0)
+    while (outcome.data.size() < limit && (count = archive.readCurrentEntry(buffer.data(), piece)) > 0)
       outcome.data.append(buffer.data(), count);
     outcome.lastRead = count;
-    outcome.closeStatus = closeCurrentEntry(archive);
+    outcome.closeStatus = archive.closeCurrentEntry();
     return outcome;
+  }
+
+  // Reads the changed entry of `row` in pieces of 777 bytes (2,500 when cut short).
+  void expectOutcome(const DataChange& row, size_t rowNumber) {
+    HandEntry entry = row.entry;
+    row.change(entry);
+    ASSERT_TRUE(openBytes(buildArchive({entry}))) << rowNumber;
+    const ReadOutcome read = readCurrent(row.limit == SIZE_MAX ? 777 : 2500, row.limit);
+    EXPECT_EQ(read.lastRead, row.lastRead) << rowNumber;
+    EXPECT_EQ(read.closeStatus, row.closeStatus) << rowNumber;
   }
 
   // One line per entry: name, CRC, sizes, method, then CRC and size of the content read.
   std::string walkListing() {
     std::ostringstream out;
-    int status = goToFirstEntry(archive);
-    for (; status == StatusOk; status = goToNextEntry(archive)) {
+    int status = archive.goToFirstEntry();
+    for (; status == StatusOk; status = archive.goToNextEntry()) {
       EntryInfo info{};
       char name[512] = {};
-      EXPECT_EQ(getCurrentEntryInfo(archive, &info, name, sizeof name - 1, nullptr, 0, nullptr, 0), StatusOk);
+      EXPECT_EQ(archive.getCurrentEntryInfo(&info, name, sizeof name - 1, nullptr, 0, nullptr, 0), StatusOk);
       const ReadOutcome read = readCurrent();
       EXPECT_EQ(read.closeStatus, StatusOk) << name;
       out << name << ' ' << info.crc << ' ' << info.compressedSize << ' ' << info.uncompressedSize << ' '
@@ -71,7 +90,7 @@ class ReadingCore : public testing::TempDirTest {
   UnzipArchive archive;
 };
 
-TEST_F(ReadingCore, EndRecordIsFoundOnlyWithinItsReachAndMustBeConsistent) {
+TEST_F(ReadingCore, ArchiveOpensOnlyWithAReachableConsistentEndRecord) {
   // The entry is large enough that no search window is cut short by the start of the file.
   const HandEntry entry = storedEntry("a", std::string(5000, 'x'));
   const std::string good = buildArchive({entry});
@@ -99,7 +118,7 @@ TEST_F(ReadingCore, EndRecordIsFoundOnlyWithinItsReachAndMustBeConsistent) {
   }
 }
 
-TEST_F(ReadingCore, ReadsArchivesMadeByZipAndPythonWithAndWithoutAPrefix) {
+TEST_F(ReadingCore, ReadsArchivesOfOtherToolsBehindAnyPrefix) {
   if (!testing::haveProgram("zip") || !testing::haveProgram("python3")) GTEST_SKIP() << "zip or python3 missing";
   writeFile("stored.txt", sampleText(40000));
   writeFile("empty", "");
@@ -115,52 +134,65 @@ TEST_F(ReadingCore, ReadsArchivesMadeByZipAndPythonWithAndWithoutAPrefix) {
             0);
   const std::pair<std::string, uint64_t> files[] = {{"z.zip", 0}, {"sfx.zip", 9}, {"adjusted.zip", 0}, {"psfx.zip", 7}};
   for (const auto& [file, bytesBefore] : files) {
-    ASSERT_TRUE(openArchive(archive, file.c_str(), nullptr)) << file;
-    EXPECT_EQ(archive.bytesBefore, bytesBefore) << file;
+    ASSERT_TRUE(archive.openArchive(file.c_str(), nullptr)) << file;
+    EXPECT_EQ(archive.bytesBefore(), bytesBefore) << file;
     EXPECT_EQ(walkListing(), pythonListing(file)) << file;
   }
   char comment[64];
-  EXPECT_EQ(getGlobalComment(archive, comment, sizeof comment), 15);
+  EXPECT_EQ(archive.getGlobalComment(comment, sizeof comment), 15);
   EXPECT_STREQ(comment, "archive comment");
 }
 
-TEST_F(ReadingCore, WalkStopsAtTheLastEntryAndPositionsRoundTripWithoutWrappingAround) {
+TEST_F(ReadingCore, WalkStopsAtTheLastEntry) {
   ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
-  ASSERT_EQ(goToNextEntry(archive), StatusOk);
-  uint64_t position = 0, index = 0;
-  ASSERT_EQ(getEntryPosition(archive, &position, &index), StatusOk);
-  ASSERT_EQ(goToNextEntry(archive), StatusOk);
-  EXPECT_EQ(goToNextEntry(archive), StatusEndOfList);
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
+  EXPECT_EQ(archive.goToNextEntry(), StatusEndOfList);
   EXPECT_EQ(readCurrent().data, "333");  // the last entry stays current
-  ASSERT_EQ(goToEntryPosition(archive, position, index), StatusOk);
+}
+
+TEST_F(ReadingCore, EntryPositionsRoundTripWithoutWrappingAround) {
+  ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
+  uint64_t position = 0, index = 0;
+  ASSERT_EQ(archive.getEntryPosition(&position, &index), StatusOk);
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
+  ASSERT_EQ(archive.goToEntryPosition(position, index), StatusOk);
   EXPECT_EQ(readCurrent().data, "22");
-  EXPECT_EQ(goToEntryPosition(archive, position + 1, 1), StatusBadArchive);  // no header there
+  EXPECT_EQ(archive.goToEntryPosition(position + 1, 1), StatusBadArchive);  // no header there
   // The prefix holds a central header of its own at offset 0: a position
   // that wrapped around past the prefix would land on it.
   const std::string prefix = testing::centralHeader(storedEntry("decoy", ""), 0);
   ASSERT_TRUE(openBytes(prefix + buildArchive({storedEntry("real", "x")})));
-  ASSERT_EQ(archive.bytesBefore, prefix.size());
-  EXPECT_EQ(goToEntryPosition(archive, UINT64_MAX - prefix.size() + 1, 0), StatusIoError);
-  EXPECT_EQ(goToNextEntry(archive), StatusEndOfList);
+  ASSERT_EQ(archive.bytesBefore(), prefix.size());
+  EXPECT_EQ(archive.goToEntryPosition(UINT64_MAX - prefix.size() + 1, 0), StatusIoError);
+  EXPECT_EQ(archive.goToNextEntry(), StatusEndOfList);
 }
 
-TEST_F(ReadingCore, LocateEntryFollowsTheCaseRuleAndStaysPutWhenNotFound) {
+TEST_F(ReadingCore, LocateEntryFollowsTheCaseRule) {
   ASSERT_TRUE(openBytes(buildArchive({storedEntry("README.txt", "r"), storedEntry(std::string(255, 'n'), "n"),
                                       storedEntry("x/y", "xy")})));
-  // content: of the entry current afterwards
   const struct { std::string name; int rule, status; const char* content; } rows[] = {
       {"readme.TXT", CaseInsensitive, StatusOk, "r"},
       {"readme.TXT", CaseSensitive, StatusEndOfList, "xy"},
       {"X/Y", 2, StatusOk, "xy"},  // every rule but 1 ignores case
-      {std::string(255, 'N'), CaseInsensitive, StatusOk, "n"},
-      {std::string(256, 'n'), CaseInsensitive, StatusBadParameter, "xy"},
-      {"absent", CaseInsensitive, StatusEndOfList, "xy"},
+      {std::string(255, 'N'), CaseInsensitive, StatusOk, "n"},  // the longest name there is
   };
   for (const auto& row : rows) {
-    ASSERT_EQ(locateEntry(archive, "x/y", CaseSensitive), StatusOk);
-    EXPECT_EQ(locateEntry(archive, row.name.c_str(), row.rule), row.status) << row.name.substr(0, 20);
+    ASSERT_EQ(archive.locateEntry("x/y", CaseSensitive), StatusOk);
+    EXPECT_EQ(archive.locateEntry(row.name.c_str(), row.rule), row.status) << row.name.substr(0, 20);
     EXPECT_EQ(readCurrent().data, row.content) << row.name.substr(0, 20);
   }
+}
+
+TEST_F(ReadingCore, FailedLocateKeepsTheCurrentEntry) {
+  ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
+  EXPECT_EQ(archive.locateEntry("absent", CaseInsensitive), StatusEndOfList);
+  EXPECT_EQ(archive.locateEntry(std::string(256, 'b').c_str(), CaseInsensitive), StatusBadParameter);
+  EXPECT_EQ(readCurrent().data, "22");
+  ASSERT_EQ(archive.goToNextEntry(), StatusOk);  // the walk goes on from there
+  EXPECT_EQ(readCurrent().data, "333");
 }
 
 TEST_F(ReadingCore, LocalHeaderMustAgreeWithTheCentralOne) {
@@ -187,29 +219,30 @@ TEST_F(ReadingCore, LocalHeaderMustAgreeWithTheCentralOne) {
   }
 }
 
-TEST_F(ReadingCore, BrokenDataEndsReadingAndTheCrcIsCheckedOnlyAfterAFullRead) {
+void flipCrc(HandEntry& entry) { entry.crc ^= 0x80000000u; }
+
+TEST_F(ReadingCore, CrcIsJudgedOnlyAfterAFullRead) {
   const HandEntry stored = storedEntry("stored", sampleText(20000));
   const HandEntry deflated = testing::deflatedEntry("deflated", sampleText(20000));
-  using Change = void (*)(HandEntry&);
-  const Change badCrc = [](HandEntry& e) { e.crc ^= 0x80000000u; };
-  // A CRC verdict comes only for an entry read to its end.
-  const struct { HandEntry entry; Change change; size_t limit; int lastRead, closeStatus; } rows[] = {
-      {stored, badCrc, SIZE_MAX, 0, StatusCrcError},
-      {deflated, badCrc, SIZE_MAX, 0, StatusCrcError},
-      {deflated, badCrc, 2500, 2500, StatusOk},
-      {deflated, [](HandEntry& e) { e.data[0] = '\xFF'; }, SIZE_MAX, Z_DATA_ERROR, StatusOk},  // no block type 3
-      {deflated, [](HandEntry& e) { e.data.resize(e.compressedSize /= 2); }, SIZE_MAX, Z_BUF_ERROR, StatusOk},
-      {stored, [](HandEntry& e) { e.compressedSize = e.uncompressedSize = 100000; }, SIZE_MAX, StatusIoError, StatusOk},
+  const DataChange rows[] = {
+      {stored, flipCrc, SIZE_MAX, 0, StatusCrcError},
+      {deflated, flipCrc, SIZE_MAX, 0, StatusCrcError},
+      {deflated, flipCrc, 2500, 2500, StatusOk},  // half read: no verdict
       {stored, [](HandEntry& e) { e.uncompressedSize = 3; }, SIZE_MAX, 0, StatusCrcError},  // size too short
   };
-  for (const auto& row : rows) {
-    HandEntry entry = row.entry;
-    row.change(entry);
-    ASSERT_TRUE(openBytes(buildArchive({entry})));
-    const ReadOutcome read = readCurrent(row.limit == SIZE_MAX ? 777 : 2500, row.limit);
-    EXPECT_EQ(read.lastRead, row.lastRead) << &row - rows;
-    EXPECT_EQ(read.closeStatus, row.closeStatus) << &row - rows;
-  }
+  for (const auto& row : rows) expectOutcome(row, &row - rows);
+}
+
+TEST_F(ReadingCore, BrokenDataEndsReadingWithItsStatus) {
+  const HandEntry stored = storedEntry("stored", sampleText(20000));
+  const HandEntry deflated = testing::deflatedEntry("deflated", sampleText(20000));
+  const DataChange rows[] = {
+      {deflated, [](HandEntry& e) { e.data[0] = '\xFF'; }, SIZE_MAX, Z_DATA_ERROR, StatusOk},  // no block type 3
+      {deflated, [](HandEntry& e) { e.data.resize(e.compressedSize /= 2); }, SIZE_MAX, Z_BUF_ERROR, StatusOk},
+      {stored, [](HandEntry& e) { e.compressedSize = e.uncompressedSize = 100000; }, SIZE_MAX, StatusIoError,
+       StatusOk},  // runs off the end of the file
+  };
+  for (const auto& row : rows) expectOutcome(row, &row - rows);
 }
 
 }  // namespace

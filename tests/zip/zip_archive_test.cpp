@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "support/temp_dir.h"
 #include "support/zip_records.h"
+#include "zip/unzip_archive.h"
 
 namespace kxzef {
 namespace {
@@ -36,21 +38,21 @@ struct EntrySpec {
 
 void writeArchive(const std::string& file, const std::vector<EntrySpec>& entries, const char* comment = nullptr) {
   ZipArchive archive;
-  ASSERT_TRUE(openForWriting(archive, file.c_str(), 0, nullptr));
+  ASSERT_TRUE(archive.openForWriting(file.c_str(), 0, nullptr));
   for (const EntrySpec& entry : entries) {
     // Every entry is dated 24 May 2021 09:12:30.
     const ZipEntryInfo info{ZipTime{30, 12, 9, 24, 4, 2021}, 0, entry.internalGiven, entry.external};
-    ASSERT_EQ(openNewEntry(archive, entry.name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
+    ASSERT_EQ(archive.openNewEntry(entry.name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
                            entry.level != 0 ? MethodDeflated : MethodStored, entry.level, entry.sourcePath,
                            entry.linkTarget, 0),
               StatusOk);
     for (size_t at = 0; at < entry.content.size(); at += 16384) {  // the creation run's chunks
       const uint32_t piece = std::min<size_t>(16384, entry.content.size() - at);
-      ASSERT_EQ(writeEntryData(archive, entry.content.data() + at, piece), StatusOk) << entry.name;
+      ASSERT_EQ(archive.writeEntryData(entry.content.data() + at, piece), StatusOk) << entry.name;
     }
-    ASSERT_EQ(closeEntry(archive, 0, 0), StatusOk) << entry.name;
+    ASSERT_EQ(archive.closeEntry(0, 0), StatusOk) << entry.name;
   }
-  ASSERT_EQ(closeForWriting(archive, comment), StatusOk);
+  ASSERT_EQ(archive.closeForWriting(comment), StatusOk);
 }
 
 // Every level, empty entries, several output buffers' worth, text and binary.
@@ -67,7 +69,7 @@ std::vector<EntrySpec> mixedEntries() {
   };
 }
 
-TEST_F(WritingCore, UnzipTestPassesAndPythonReadsBackEveryFieldAndByte) {
+TEST_F(WritingCore, PeersReadBackEveryFieldAndByte) {
   if (!testing::haveProgram("unzip") || !testing::haveProgram("python3")) GTEST_SKIP() << "unzip or python3 missing";
   const std::vector<EntrySpec> entries = mixedEntries();
   ASSERT_NO_FATAL_FAILURE(writeArchive(path("mixed.zip"), entries, "an archive comment"));
@@ -90,23 +92,28 @@ TEST_F(WritingCore, UnzipTestPassesAndPythonReadsBackEveryFieldAndByte) {
   EXPECT_EQ(readFile("judged.txt"), expected);
 }
 
-// Our own parser checks that every local header was patched to match its
-// central header (it refuses the archive otherwise); the reading core must
-// agree on every CRC. Python above judges the fields.
-TEST_F(WritingCore, HeadersAgreeAndTheReadingCoreReadsEveryEntryBack) {
+// Our own parser refuses an archive whose local headers disagree with the
+// central ones; Python above judges the fields themselves.
+TEST_F(WritingCore, LocalHeadersArePatchedToMatchTheCentralOnes) {
   const std::vector<EntrySpec> entries = mixedEntries();
   ASSERT_NO_FATAL_FAILURE(writeArchive(path("mixed.zip"), entries));
   const testing::ParsedArchive parsed = testing::parseArchive(readFile(path("mixed.zip")));
   ASSERT_TRUE(parsed.valid);
   EXPECT_EQ(parsed.entriesOnDisk, entries.size());
+}
+
+TEST_F(WritingCore, ReadingCoreReadsEveryEntryBack) {
+  const std::vector<EntrySpec> entries = mixedEntries();
+  ASSERT_NO_FATAL_FAILURE(writeArchive(path("mixed.zip"), entries));
   UnzipArchive archive;
-  ASSERT_TRUE(openArchive(archive, "mixed.zip", nullptr));
-  for (size_t i = 0; i < entries.size(); ++i, goToNextEntry(archive)) {
+  ASSERT_TRUE(archive.openArchive("mixed.zip"));
+  for (size_t i = 0; i < entries.size(); ++i, archive.goToNextEntry()) {
     SCOPED_TRACE(entries[i].name);
-    ASSERT_EQ(openCurrentEntry(archive, nullptr, nullptr, 0), StatusOk);
+    ASSERT_EQ(archive.openCurrentEntry(nullptr, nullptr, 0), StatusOk);
     std::vector<char> back(entries[i].content.size() + 1);
-    EXPECT_EQ(readCurrentEntry(archive, back.data(), back.size()), static_cast<int>(entries[i].content.size()));
-    EXPECT_EQ(closeCurrentEntry(archive), StatusOk);  // read to its end: the CRC matched
+    EXPECT_EQ(archive.readCurrentEntry(back.data(), back.size()), static_cast<int>(entries[i].content.size()));
+    EXPECT_EQ(std::string(back.data(), entries[i].content.size()), entries[i].content);
+    EXPECT_EQ(archive.closeCurrentEntry(), StatusOk);  // read to its end: the CRC matched
   }
 }
 
@@ -155,18 +162,18 @@ struct FailingIO : ZipFileIO {
   int64_t budget;
 };
 
-TEST_F(WritingCore, FailedWriteIsReportedAndNoEndRecordFollows) {
+TEST_F(WritingCore, FailedWriteEndsTheArchiveWithoutAnEndRecord) {
   const std::string content = binary(40000, 5);
   const int64_t entryBytes = 30 + 1 + 40000;  // local header, name "f", stored data
   for (const int64_t budget : {int64_t{10}, int64_t{100}, entryBytes + 5, entryBytes + 12 + 20, entryBytes + 69}) {
     SCOPED_TRACE(budget);  // local header, data, header patch, central directory, end record
     {
       ZipArchive archive;
-      ASSERT_TRUE(openForWriting(archive, "failing.zip", 0, new FailingIO(budget)));
-      int status = openNewEntry(archive, "f", nullptr, nullptr, 0, nullptr, 0, nullptr, 0, 0, nullptr, nullptr, 0);
-      if (status == StatusOk) status = writeEntryData(archive, content.data(), content.size());
-      if (status == StatusOk) status = closeEntry(archive, 0, 0);
-      if (status == StatusOk) status = closeForWriting(archive, nullptr);
+      ASSERT_TRUE(archive.openForWriting("failing.zip", 0, std::make_unique<FailingIO>(budget)));
+      int status = archive.openNewEntry("f", nullptr, nullptr, 0, nullptr, 0, nullptr, 0, 0, nullptr, nullptr, 0);
+      if (status == StatusOk) status = archive.writeEntryData(content.data(), content.size());
+      if (status == StatusOk) status = archive.closeEntry(0, 0);
+      if (status == StatusOk) status = archive.closeForWriting(nullptr);
       EXPECT_EQ(status, StatusIoError);
     }  // a caller that meets a failure abandons the archive
     const std::string bytes = readFile("failing.zip");

@@ -11,35 +11,61 @@
 namespace kxzef {
 namespace {
 
-using FileIO = testing::TempDirTest;
+// A file of six bytes: a local header signature and "xy".
+class FileIO : public testing::TempDirTest {
+ protected:
+  void SetUp() override {
+    TempDirTest::SetUp();
+    ZipFileIO creator;
+    ASSERT_TRUE(creator.open("six.zip", ModeCreateNew));
+    ASSERT_EQ(creator.write("PK\x03\x04xy", 6), 6);
+    creator.close();
+  }
+};
 
-TEST_F(FileIO, OpensSeeksReadsAndRemovesAsTheCoresExpect) {
-  ZipFileIO missing;
-  EXPECT_FALSE(missing.open("new.zip", ModeReadExisting));
-  EXPECT_FALSE(missing.open("new.zip", ModeAppendExisting));
-  ZipFileIO creator;
-  ASSERT_TRUE(creator.open("new.zip", ModeCreateNew));
-  EXPECT_EQ(creator.write("PK\x03\x04xy", 6), 6);
-  creator.close();
+TEST_F(FileIO, OnlyCreateModeOpensAMissingFile) {
   ZipFileIO io;
-  ASSERT_TRUE(io.open("new.zip", ModeAppendExisting));
+  EXPECT_FALSE(io.open("new.zip", ModeReadExisting));
+  EXPECT_FALSE(io.open("new.zip", ModeAppendExisting));
+  EXPECT_TRUE(io.open("new.zip", ModeCreateNew));
+  EXPECT_EQ(access("new.zip", F_OK), 0);
+}
 
+TEST_F(FileIO, SeekWithAnUnknownOriginMovesNothing) {
+  ZipFileIO io;
+  ASSERT_TRUE(io.open("six.zip", ModeAppendExisting));
   ASSERT_EQ(io.seek(0, SeekFromEnd), 0);
-  EXPECT_EQ(io.seek(-4, 3), -1);  // unknown origin: nothing moves
+  EXPECT_EQ(io.seek(-4, 3), -1);
   EXPECT_EQ(io.tell(), 6);
+}
+
+TEST_F(FileIO, SeekClearsTheEndOfFile) {
+  ZipFileIO io;
+  ASSERT_TRUE(io.open("six.zip", ModeReadExisting));
+  ASSERT_EQ(io.seek(0, SeekFromEnd), 0);
   char buffer[4];
   EXPECT_EQ(io.read(buffer, 1), 0);
   EXPECT_TRUE(io.hasError());
   ASSERT_EQ(io.seek(0, SeekFromStart), 0);
-  EXPECT_FALSE(io.hasError());  // the seek cleared it
+  EXPECT_FALSE(io.hasError());
+}
+
+TEST_F(FileIO, LittleEndianReadPastTheEndFailsWithZero) {
+  ZipFileIO io;
+  ASSERT_TRUE(io.open("six.zip", ModeReadExisting));
   uint64_t value = 0;
   EXPECT_EQ(readUInt32(io, value), 0);
   EXPECT_EQ(value, 0x04034B50u);
   EXPECT_EQ(readUInt32(io, value), -1);  // two bytes left
   EXPECT_EQ(value, 0u);
+}
 
-  EXPECT_TRUE(io.removeFile("new.zip"));  // closes the open file first
-  EXPECT_NE(access("new.zip", F_OK), 0);
+TEST_F(FileIO, RemoveFileClosesTheOpenFileFirst) {
+  ZipFileIO io;
+  ASSERT_TRUE(io.open("six.zip", ModeAppendExisting));
+  EXPECT_TRUE(io.removeFile("six.zip"));
+  EXPECT_NE(access("six.zip", F_OK), 0);
+  EXPECT_EQ(io.write("z", 1), 0);  // closed: nothing takes the byte
 }
 
 }  // namespace
