@@ -30,6 +30,9 @@
 // the error channel and returns 0 for success. Names are byte strings with "/"
 // as separator; null text arguments count as empty. The operations that take
 // `closeAfter` close the archive when they end if it is true.
+//
+// The operations are declared in their virtual-table order, which hosts call
+// by: never insert, remove or reorder one.
 class ZEFArchReader {
  public:
   virtual ~ZEFArchReader() = default;

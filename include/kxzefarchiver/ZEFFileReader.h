@@ -12,7 +12,8 @@
 // Status values of a reader: 0 no error; -1000 no input stream or its file
 // is not open; -1001 the input stream is in an error state; -1003 the
 // transform failed or gave an empty output it does not accept; -1004 the
-// input is empty (refused: an archive entry must have content).
+// input is empty (refused: an archive entry must have content). The virtual
+// operations are declared in their table order, which hosts call by.
 class ZEFFileReader {
  public:
   virtual ~ZEFFileReader();

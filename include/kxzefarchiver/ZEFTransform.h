@@ -27,12 +27,18 @@ struct ZEFResultHolder {
 };
 
 // A host's content transform. Derive from it and implement `apply`.
+//
+// The object's layout is fixed, because hosts that never saw this header
+// build transforms too: the first slot of the virtual table is
+// `description`, the second `apply`, and the data after the table pointer is
+// `acceptEmptyInput`, `acceptEmptyOutput`, `name`. The library calls only
+// `apply` and never deletes a transform, so the destructor takes no slot:
+// it is protected and not virtual; delete a transform through its own class.
 class ZEFTransform {
  public:
   ZEFTransform() = default;
   ZEFTransform(bool acceptEmptyInput, bool acceptEmptyOutput, std::string name)
       : acceptEmptyInput(acceptEmptyInput), acceptEmptyOutput(acceptEmptyOutput), name(std::move(name)) {}
-  virtual ~ZEFTransform() = default;
 
   // For the host's own use (for instance in its diagnostics); the library
   // never calls it. Returns `name` unless overridden.
@@ -54,6 +60,9 @@ class ZEFTransform {
   // Appended to the destination name of every entry the transform produced
   // (for example ".gz"); may be empty.
   std::string name;
+
+ protected:
+  ~ZEFTransform() = default;
 };
 
 // One link of a transform chain. The chain belongs to whoever built it; the

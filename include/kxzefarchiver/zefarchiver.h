@@ -62,13 +62,15 @@ KXZEF_EXPORT time_t DateStringToSeconds(const char* text);
 extern "C" {
 
 // Creates the archive `archiveName` from `count` inputs: `sources[i]` is
-// stored under the name `destinations[i]` (an empty text keeps the source
-// path). Inputs are added in source-path order; a source given twice keeps
-// its last destination. Symbolic links are stored as links, and the files
-// they point to are added too. An existing archive is replaced; ".zef" is
-// appended to a name holding no ".". Returns true on success; on failure the
-// reasons are on the error channel and the file called exactly `archiveName`
-// is removed. No array may hold null pointers.
+// stored under the name `destinations[i]` (an empty or null text keeps the
+// source path). Inputs are added in source-path order; a source given twice
+// keeps its last destination. Symbolic links are stored as links, and the
+// files they point to are added too. An existing archive is replaced; ".zef"
+// is appended to a name holding no ".". Returns true on success; on failure
+// the reasons are on the error channel and the file called exactly
+// `archiveName` is removed. A null source refuses the whole call: false,
+// nothing reported and no file touched. Neither array may itself be null
+// when `count` is positive.
 KXZEF_EXPORT bool zefCreateZipFile(const char* archiveName, const char** sources, const char** destinations,
                                    int count);
 

@@ -10,9 +10,6 @@ namespace kxzef {
 // Fills the process-wide table. Every writer refills it (same values).
 void fillCrcTable();
 
-// The table entry for `index`, for tests.
-uint32_t crcTableEntry(uint8_t index);
-
 // The CRC of `length` bytes. Aborts the process when `length` is below 4:
 // the register is loaded from the first four bytes.
 uint32_t blockCrc(const unsigned char* buffer, int length);

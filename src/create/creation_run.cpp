@@ -201,6 +201,7 @@ int CreationRun::openInput(const std::string& source) {
   }
   context_.currentStream = new std::ifstream(source, std::ios::in | std::ios::binary);
   if (!context_.currentStream->is_open()) {
+    // Kept: hosts see this line on standard error itself, past the channels, before the catalogue report.
     std::cerr << '\n' << "COULD NOT OPEN FILE: " << source << "!" << std::endl;
     return openFailure(source);
   }
@@ -250,6 +251,7 @@ int CreationRun::writeInputData(const std::string& key) {
       report(ZEFARCHIVER_ERROR_WRITING_FILE, key);
       return StatusIoError;
     }
+    // Kept: a positive core result ends the entry's data without failing it, as hosts have always seen.
     if (written > 0) return written;
     if (!reader.isOk()) return StatusOk;
   }

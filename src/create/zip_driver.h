@@ -33,6 +33,7 @@ class ZipDriver : public ZEFArchWriter {
   int32_t compressionLevel = DefaultCompressionLevel;
   ZipArchive archive;
   std::string archiveName;                 // as opened, ".zef" rule applied
+  // Kept: the library adds no name, but removing these on destruction is part of the driver's contract.
   std::vector<std::string> temporaryFiles; // unlinked, in order, on destruction
 };
 

@@ -15,7 +15,11 @@ bool zefCreateZipFile(const char* archiveName, const char** sources, const char*
   // Ordered by source path; a source given twice keeps its last destination.
   ZEFEntryMap inputs;
   for (int i = 0; i < count; ++i) {
-    inputs[sources[i]] = ZEFEntryRecord(ZEFEntryKindFile, nullptr, false, destinations[i]);
+    // A null text would make std::string throw into the host: a null source
+    // refuses the call before any file is touched, a null destination is empty.
+    if (sources[i] == nullptr) return false;
+    const char* destination = destinations[i] != nullptr ? destinations[i] : "";
+    inputs[sources[i]] = ZEFEntryRecord(ZEFEntryKindFile, nullptr, false, destination);
   }
   std::unique_ptr<ZEFArchWriter> writer(getZipWriter());
   if (!writer) return false;

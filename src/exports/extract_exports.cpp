@@ -17,8 +17,8 @@ int zefExtractZipFile(const char* archiveName) {
     if (reader->open(archiveName, true, true) != kxzef::StatusOk) return 0;
     return reader->extractAll(true) == kxzef::StatusOk ? 1 : 0;
   } catch (...) {
-    // Nothing here throws by design; should the standard library run out of
-    // memory, the archive is closed and the exception reaches the host as it was.
+    // Kept: should the standard library throw (nothing here does by design), the
+    // archive is closed and the host receives the exception as it was.
     reader->close();
     throw;
   }

@@ -18,7 +18,8 @@ namespace {
 constexpr int SizeWidth = 71;
 constexpr int MethodWidth = 6;
 constexpr int RatioWidth = 31;
-constexpr std::streamsize DatePrecision = 21;  // has no effect on integers: no zero padding
+// Kept: part of the row's fixed format, though it has no effect on integers (no zero padding).
+constexpr std::streamsize DatePrecision = 21;
 constexpr uint64_t LevelFlagsMask = 6;         // bits 1-2 of the flags: the deflate level hint
 
 const char* methodLabel(const EntryInfo& info) {

@@ -30,6 +30,8 @@ struct MessageTable {
   void* reserved[3];                     // all null
 };
 
+// Kept: the contexts below belong to the host's signatures; the stand-in has
+// one service and reads neither.
 void* utGetMemoryContext();
 void* utGetMessageContext();
 

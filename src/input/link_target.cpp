@@ -107,6 +107,7 @@ std::string findInputRoot(const std::string& absoluteSource, const std::string& 
   return currentWorkingDirectory() + root;
 }
 
+// Kept: readContext is part of the operation's established signature; readers take none.
 int32_t computeLinkTarget(const ZEFEntryRecord& /*readContext*/, const std::string& inputRoot,
                           const std::string& sourceName, const std::string& archiveName, ZEFFileReader& reader,
                           char* buffer, size_t bufferSize, std::string& linkText, std::string& targetPath,

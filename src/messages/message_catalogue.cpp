@@ -10,8 +10,8 @@ constexpr host::MessageIdentifier identifier(uint16_t index) {
   return host::MessageIdentifier{index, static_cast<uint16_t>(MessageFacility)};
 }
 
-// Three parallel tables rather than one table of rows: the host's message
-// service takes the catalogue in that layout.
+// Kept: three parallel tables rather than one table of rows, because the
+// host's message service takes the catalogue in that layout.
 constexpr host::MessageIdentifier identifiers[MessageCount] = {
 #define KXZEF_MESSAGE(index, symbol, text) identifier(index),
 #include "messages/message_catalogue.def"

@@ -32,28 +32,34 @@ TEST_F(ZipDriverTest, ExtensionIsAddedOnlyWhenNoDotStandsAnywhere) {
   }
 }
 
-TEST_F(ZipDriverTest, RefusalsFailedCreationAndTemporaryFilesAreHandledAndReported) {
+TEST_F(ZipDriverTest, OpenRefusalsLeaveFilesAloneWithTheOptionsStored) {
   writeFile("a.zef", "keep me");
-  writeFile("empty", "");
-  writeFile("out", "a file that happens to carry the caller's name");
-  writeFile("scratch", "x");
   testing::ChannelCapture capture;
-  auto driver = std::make_unique<ZipDriver>();
-  EXPECT_EQ(driver->openWithOptions("a", false, 0), StatusBadParameter);
-  EXPECT_FALSE(driver->getOverwrite());  // stored before the refusal
-  EXPECT_EQ(driver->getCompressionLevel(), 0);
-  EXPECT_EQ(driver->open("no/such/dir/x.zef"), StatusIoError);
+  ZipDriver driver;
+  EXPECT_EQ(driver.openWithOptions("a", false, 0), StatusBadParameter);
+  EXPECT_FALSE(driver.getOverwrite());  // stored before the refusal
+  EXPECT_EQ(driver.getCompressionLevel(), 0);
+  EXPECT_EQ(driver.open("no/such/dir/x.zef"), StatusIoError);
   EXPECT_EQ(capture.error(),
             "The file 'a.zef' already exists and overwrite is not enabled. Stopping.\n"
             "Error opening 'no/such/dir/x.zef'\n");
-  ZEFEntryMap inputs{{"empty", ZEFEntryRecord()}};
-  EXPECT_EQ(driver->createArchive("out", inputs, nullptr), -1);
-  capture.clear();
-  driver->temporaryFiles = {"missing", "scratch"};  // the destructor removes them
-  driver.reset();
   EXPECT_EQ(readFile("a.zef"), "keep me");
+}
+
+TEST_F(ZipDriverTest, FailedCreationRemovesOnlyTheCallersExactName) {
+  writeFile("empty", "");
+  writeFile("out", "a file that happens to carry the caller's name");
+  testing::ChannelCapture capture;
+  ZEFEntryMap inputs{{"empty", ZEFEntryRecord()}};
+  EXPECT_EQ(ZipDriver().createArchive("out", inputs, nullptr), -1);
   EXPECT_FALSE(std::filesystem::exists("out"));
   EXPECT_TRUE(std::filesystem::exists("out.zef"));  // the half-written archive under the extended name stays
+}
+
+TEST_F(ZipDriverTest, DestructorRemovesTheTemporaryFilesReportingFailures) {
+  writeFile("scratch", "x");
+  testing::ChannelCapture capture;
+  ZipDriver().temporaryFiles = {"missing", "scratch"};  // the driver goes at the end of this line
   EXPECT_FALSE(std::filesystem::exists("scratch"));
   EXPECT_EQ(capture.error(),
             "Warning: Failed to remove temporary file\n 'missing'. \n Verify file ownership and access "

@@ -78,7 +78,7 @@ class CreateEntryPoint : public testing::TempDirTest {
   testing::ChannelCapture capture;
 };
 
-TEST_F(CreateEntryPoint, WholeTreeRoundTripsAndItsBytesAreAsDesigned) {
+TEST_F(CreateEntryPoint, WholeTreeRoundTripsThroughTheDesignedBytes) {
   ASSERT_TRUE(create(tree(true)));
   std::map<std::string, testing::HandEntry> byName;
   for (const auto& entry : parseArchive(readFile("app.zef")).entries) byName[entry.name] = entry;
@@ -134,7 +134,7 @@ TEST_F(CreateEntryPoint, TreeWithoutLinksSatisfiesIndependentTools) {
   EXPECT_EQ(readFile(path("ours.txt")), readFile(path("python.txt")));
 }
 
-TEST_F(CreateEntryPoint, RefusalsReturnFalseAndRemoveTheArchive) {
+TEST_F(CreateEntryPoint, RefusedCreationLeavesNoArchive) {
   writeFile("src/app/empty.cfg", "");
   writeFile("src/app/impostor", "not the library");
   const std::pair<std::vector<std::string>, std::string> rows[] = {
@@ -151,6 +151,23 @@ TEST_F(CreateEntryPoint, RefusalsReturnFalseAndRemoveTheArchive) {
     EXPECT_EQ(capture.error().rfind(message, 0), 0u) << capture.error();
     EXPECT_NE(access("app.zef", F_OK), 0);
   }
+}
+
+TEST_F(CreateEntryPoint, NullSourceRefusesTheCallSilently) {
+  const std::string conf = src("etc/app.conf");
+  const char* sources[] = {conf.c_str(), nullptr};
+  const char* destinations[] = {"app/etc/app.conf", "app/lost"};
+  EXPECT_FALSE(zefCreateZipFile("app.zef", sources, destinations, 2));
+  EXPECT_EQ(capture.error(), "");
+  EXPECT_NE(access("app.zef", F_OK), 0);
+}
+
+TEST_F(CreateEntryPoint, NullDestinationNamesTheEntryAfterItsSource) {
+  const std::string conf = src("etc/app.conf");
+  const char* sources[] = {conf.c_str()};
+  const char* destinations[] = {nullptr};
+  ASSERT_TRUE(zefCreateZipFile("app.zef", sources, destinations, 1));
+  EXPECT_EQ(testing::entryNames(readFile("app.zef")), std::vector<std::string>{conf});
 }
 
 }  // namespace

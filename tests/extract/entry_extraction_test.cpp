@@ -19,7 +19,7 @@ using testing::HandEntry;
 using testing::storedEntry;
 using Extraction = testing::ExtractTest;
 
-TEST_F(Extraction, PeerArchivesExtractToTheBytesModesAndTimesTheyHold) {
+TEST_F(Extraction, PeerArchivesExtractToWhatTheyHold) {
   if (!makePeerArchives()) GTEST_SKIP() << "needs zip, unzip and python3";
   for (const std::string archive : testing::PeerArchives) {
     EXPECT_EQ(newReader()->unzipAllTo(archive.c_str(), ("out-" + archive).c_str()), 0);
@@ -50,22 +50,24 @@ TEST_F(Extraction, LinksCarryTheirTargetWithOrWithoutPaths) {
   EXPECT_EQ(fs::read_symlink("x/l"), "y.txt");
 }
 
-TEST_F(Extraction, TargetsInTheWayAndBadDataGiveTheirMessagesAndStatus) {
+TEST_F(Extraction, EachObstacleGivesItsOwnStatusWithItsMessages) {
   HandEntry badCrc = storedEntry("bad-crc.txt", "payload");
   badCrc.crc ^= 1;
   HandEntry corrupt = testing::deflatedEntry("corrupt.bin", "data");
   corrupt.data.assign(corrupt.data.size(), '\xFF');  // deflate block type 3 does not exist
   const std::tuple<HandEntry, int, std::string, std::string> cases[] = {  // entry, status, error, output
-      {storedEntry("file", "new"), 0, "", ""},
-      {storedEntry("empty-dir", "new"), 0, "", ""},
+      {storedEntry("file", "new"), 0, "", ""},       // an existing file is replaced
+      {storedEntry("empty-dir", "new"), 0, "", ""},  // so is an empty directory
+      // A directory with content cannot be removed.
       {storedEntry("busy", "new"), StatusOutputFileError,
        "Failed to remove \n 'busy'. \n Verify file ownership and access permissions.\nError opening 'busy'\n", ""},
+      // A file stands where a parent directory must go.
       {storedEntry("file/sub/f.txt", "x"), StatusOutputFileError,
        "Failed to create a directory required to extract the ZEF file.\n Please make sure that you have appropriate "
        "permissions and re-run the\n application.\nSystem error text: 'Not a directory'Error opening 'file/sub'\n",
        "\nCode: " + std::to_string(ENOTDIR) + "\n"},
-      {badCrc, StatusCrcError, "Error\nwith zipfile in CloseCurrentFile\n", ""},
-      {corrupt, Z_DATA_ERROR, "Error\nwith zipfile in unzReadCurrentFile\n", ""},
+      {badCrc, StatusCrcError, "Error\nwith zipfile in CloseCurrentFile\n", ""},   // found when the entry closes
+      {corrupt, Z_DATA_ERROR, "Error\nwith zipfile in unzReadCurrentFile\n", ""},  // found while inflating
   };
   for (const auto& [entry, status, error, output] : cases) {
     writeFile("file", "old content");
@@ -81,13 +83,13 @@ TEST_F(Extraction, TargetsInTheWayAndBadDataGiveTheirMessagesAndStatus) {
   EXPECT_EQ(readFile("bad-crc.txt"), "payload");  // written in place before the check
 }
 
-TEST_F(Extraction, OverwriteQuestionAsksAgainUntilAnsweredAndEndOfInputRefuses) {
+TEST_F(Extraction, OverwriteQuestionFollowsTheAnswerGiven) {
   const std::string one = "The file 'one' exists. Overwrite ? [y]es, [n]o, [A]ll:\n";
   const std::string two = "The file 'two' exists. Overwrite ? [y]es, [n]o, [A]ll:\n";
   const std::string cases[][3] = {  // answers, contents of one and two, questions
-      {"x\ny\nn\n", "new|old", one + one + two},
-      {"A", "new|new", one},  // all: no later question
-      {"", "old|old", one + two},
+      {"x\ny\nn\n", "new|old", one + one + two},  // an unknown answer asks again; yes, then no
+      {"A", "new|new", one},                     // all: no later question
+      {"", "old|old", one + two},                // the end of input answers no
   };
   for (const auto& [answers, contents, questions] : cases) {
     writeFile("one", "old");

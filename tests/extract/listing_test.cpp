@@ -39,7 +39,7 @@ TEST_F(Listing, RowHasTheFixedLayoutUnderTheHeadingOnTheErrorChannel) {
   EXPECT_EQ(capture.output(), ten71 + "  Stored " + ten71 + " " + hundred31 + "%%  3-5-8  9:7  abcd  dir/ten.txt\n");
 }
 
-TEST_F(Listing, AgreesWithUnzipOnSizesCrcsAndNames) {
+TEST_F(Listing, RowsAgreeWithUnzip) {
   if (!makePeerArchives()) GTEST_SKIP() << "needs zip, unzip and python3";
   for (const std::string archive : testing::PeerArchives) {
     ASSERT_EQ(testing::runCommand("unzip -v " + archive + " > unzip.txt"), 0);
@@ -50,7 +50,7 @@ TEST_F(Listing, AgreesWithUnzipOnSizesCrcsAndNames) {
   }
 }
 
-TEST_F(Listing, ExtractEntryTellsExtractedFailedAndNotFound) {
+TEST_F(Listing, ExtractEntryResultNamesTheOutcome) {
   testing::HandEntry bad = testing::storedEntry("bad.txt", "payload");
   bad.crc ^= 1;
   auto reader = openArchive({testing::storedEntry("Readme.TXT", "read me"), bad});

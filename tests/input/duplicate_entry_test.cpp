@@ -31,7 +31,7 @@ class DuplicateEntry : public testing::TempDirTest {
   testing::ChannelCapture capture_;
 };
 
-TEST_F(DuplicateEntry, AcceptsRepeatsOneFileNamedTwiceAndLinksToTheOwnerSilently) {
+TEST_F(DuplicateEntry, AcceptsSilentlyWhatFindsNoSecondOwner) {
   const std::string file = writeFile("f", "x");
   EXPECT_EQ(check(file, "/lib/f"), "1");
   EXPECT_EQ(check(file, "/lib/f"), "1");  // same source again: not recorded twice
@@ -47,7 +47,7 @@ TEST_F(DuplicateEntry, AcceptsRepeatsOneFileNamedTwiceAndLinksToTheOwnerSilently
   EXPECT_EQ(recorded_.size(), 1u);
 }
 
-TEST_F(DuplicateEntry, RefusesSecondOwnersNamingBothAndLooksUpWithTheSlashKept) {
+TEST_F(DuplicateEntry, RefusesATakenDestinationNamingItsOwner) {
   const std::string first = writeFile("a", "1"), second = writeFile("b", "2");
   input(first, "lib/x");
   EXPECT_EQ(check(second, "lib/x"), "0" + duplicateMessage(first, second, "lib/x"));
@@ -55,6 +55,11 @@ TEST_F(DuplicateEntry, RefusesSecondOwnersNamingBothAndLooksUpWithTheSlashKept) 
   EXPECT_EQ(check(path("alias"), "lib/x"), "0" + duplicateMessage(first, path("alias"), "lib/x"));
   EXPECT_EQ(check(path("missing"), "lib/x"), "0Could not read linked file data from symbolic link: \n '" +
                                                  path("missing") + "'\nSystem error text: 'No such file or directory'\n");
+}
+
+// A destination is recorded less its leading "/" but looked up as given.
+TEST_F(DuplicateEntry, LooksUpTheDestinationWithItsSlashKept) {
+  const std::string second = writeFile("b", "2");
   const std::string one = writeFile("one", "1"), two = writeFile("two", "2");
   EXPECT_EQ(check(one, "/lib/y"), "1");  // recorded as "lib/y"
   EXPECT_EQ(check(two, "/lib/y"), "1");  // "/lib/y" finds no owner, but "lib/y" does

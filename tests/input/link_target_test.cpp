@@ -30,12 +30,12 @@ TEST_F(LinkTarget, InputRootDropsWholeTrailingComponentsButTheFirst) {
   EXPECT_EQ(findInputRoot("rel/a/b", "a/b"), path());     // relative source
 }
 
-TEST_F(LinkTarget, StoresTargetsRelativeToTheLinkKeepingDanglingDataAndRoomForTheNul) {
+TEST_F(LinkTarget, StoresTargetsRelativeToTheLink) {
   writeFile("app/lib/x", "x");
   writeFile("app/bin/y", "y");
   const std::string absolute = path("app/bin/run");
   const std::string rows[][4] = {
-      {"../lib/x", absolute, "app/lib/x", "../lib/x"},
+      {"../lib/x", absolute, "app/lib/x", "../lib/x"},                           // a sibling directory
       {"y", absolute, "app/bin/y", "y"},                                         // own directory
       {"../missing/z", absolute, "app/bin/../missing/z", "../missing/z"},        // dangling
       {"/usr/lib/libq.so.1", absolute, "usr/lib/libq.so.1", "../../usr/lib/libq.so.1"},  // outside
@@ -49,8 +49,11 @@ TEST_F(LinkTarget, StoresTargetsRelativeToTheLinkKeepingDanglingDataAndRoomForTh
     EXPECT_EQ(target_ + " | " + stored_, target + " | " + stored) << data;
   }
   EXPECT_EQ(capture.error(), "");
+}
+
+TEST_F(LinkTarget, DataOfTheBufferSizeKeepsRoomForTheNul) {
   ASSERT_EQ(symlink(std::string(16, 'e').c_str(), "long"), 0);
-  ASSERT_EQ(compute(path("long"), nullptr, 16), 0);  // data of the buffer's size: room kept for the NUL
+  ASSERT_EQ(compute(path("long"), nullptr, 16), 0);
   EXPECT_STREQ(buffer_.c_str(), std::string(15, 'e').c_str());
 }
 
