@@ -18,7 +18,8 @@ namespace {
 constexpr int SizeWidth = 71;
 constexpr int MethodWidth = 6;
 constexpr int RatioWidth = 31;
-// Kept: part of the row's fixed format, though it has no effect on integers (no zero padding).
+// Kept: part of the row's fixed format, though it has no effect on integers (no
+// zero padding); it stays set on the channel's stream, where hosts can see it.
 constexpr std::streamsize DatePrecision = 21;
 constexpr uint64_t LevelFlagsMask = 6;         // bits 1-2 of the flags: the deflate level hint
 
@@ -40,12 +41,11 @@ uint64_t ratio(const EntryInfo& info) {
   return info.uncompressedSize == 0 ? 0 : info.compressedSize * 100 / info.uncompressedSize;
 }
 
-// One row on the output channel. The channel's format state is shared with
-// every other writer, so it is put back as it was.
+// One row on the output channel. The channel's format flags are shared with
+// every other writer, so they are put back as they were; the precision is not.
 void printListingRow(const EntryInfo& info, const char* name) {
   std::ostream& out = getOutputStream();
   const std::ios_base::fmtflags savedFlags = out.flags();
-  const std::streamsize savedPrecision = out.precision();
   const char savedFill = out.fill(' ');
   // Whatever another writer left set (a base, showbase, left alignment), the
   // row is printed in decimal, right-aligned, and only the CRC in hexadecimal.
@@ -60,7 +60,6 @@ void printListingRow(const EntryInfo& info, const char* name) {
   out.setf(std::ios_base::hex, std::ios_base::basefield);
   out << info.crc << "  " << name << std::endl;
   out.flags(savedFlags);
-  out.precision(savedPrecision);
   out.fill(savedFill);
 }
 

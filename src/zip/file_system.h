@@ -20,7 +20,8 @@ int fileExists(const char* path);
 int getFileTime(const char* path, ZipTime& time);
 
 // Sets access and modification time of `path` to `time`, read as local time.
-// The DOS word is not used. Errors are ignored.
+// Errors are ignored. Kept: callers pass the DOS word as well, though the
+// time comes from `time` alone.
 void setFileTime(const char* path, uint32_t dosDate, ZipTime time);
 
 // Creates one directory (mode 0775 less the umask) unless something of that

@@ -9,6 +9,7 @@
 
 #include "extract/extract_fixture.h"
 #include "extract/unzip_driver.h"
+#include "messages/channels.h"
 
 namespace kxzef {
 namespace {
@@ -37,6 +38,14 @@ TEST_F(Listing, RowHasTheFixedLayoutUnderTheHeadingOnTheErrorChannel) {
             "----   ------     ----\n");
   const std::string ten71 = std::string(69, ' ') + "10", hundred31 = std::string(28, ' ') + "100";
   EXPECT_EQ(capture.output(), ten71 + "  Stored " + ten71 + " " + hundred31 + "%%  3-5-8  9:7  abcd  dir/ten.txt\n");
+}
+
+// Hosts that write to the output channel after a listing inherit its precision.
+TEST_F(Listing, PrecisionStaysSetOnTheOutputStream) {
+  std::ostream& out = getOutputStream();
+  const std::streamsize before = out.precision(6);
+  EXPECT_EQ(openArchive({testing::storedEntry("a.txt", "a")})->listContents(true), 0);
+  EXPECT_EQ(out.precision(before), 21);
 }
 
 TEST_F(Listing, RowsAgreeWithUnzip) {
