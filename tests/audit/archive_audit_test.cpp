@@ -175,9 +175,9 @@ std::vector<Case> recordCases() {
                                                  {99, "AES"}};
   std::vector<HandEntry> methodEntries;
   Lines methodFindings;
-  for (const auto& [method, name] : methods) {
-    methodEntries.push_back(edited(storedEntry(name, "1"), [&](HandEntry& e) { e.method = method; }));
-    methodFindings.push_back(std::to_string(methodFindings.size()) + " unsupported method: uses " + name +
+  for (const auto& method : methods) {
+    methodEntries.push_back(edited(storedEntry(method.second, "1"), [&](HandEntry& e) { e.method = method.first; }));
+    methodFindings.push_back(std::to_string(methodFindings.size()) + " unsupported method: uses " + method.second +
                              ", which is not supported");
   }
   const auto flagged = [](uint64_t flags) { return edited(storedEntry("f", "1"), [=](HandEntry& e) { e.flags = flags; }); };
