@@ -46,8 +46,11 @@ size_t AuditFile::readAt(uint64_t offset, void* buffer, size_t count) {
   return failed_ ? 0 : done;
 }
 
+// No request can be larger than the file, so a small file gets a small buffer.
 ReadWindow::ReadWindow(AuditFile& file, size_t capacity)
-    : file_(file), buffer_(new (std::nothrow) unsigned char[capacity]), capacity_(capacity) {}
+    : file_(file), capacity_(static_cast<size_t>(std::min<uint64_t>(capacity, file.size()))) {
+  buffer_.reset(new (std::nothrow) unsigned char[capacity_]);
+}
 
 const unsigned char* ReadWindow::bytesAt(uint64_t offset, size_t count, size_t readAhead) {
   if (!buffer_ || count > capacity_) return nullptr;

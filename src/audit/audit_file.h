@@ -42,8 +42,9 @@ class AuditFile {
 // request falls outside what it holds.
 class ReadWindow {
  public:
-  // `capacity` is the largest request served; nothing is held until the
-  // first request. `valid()` is false when the buffer could not be allocated.
+  // `capacity` is the largest request served (the file's size when that is
+  // less); nothing is held until the first request. `valid()` is false when
+  // the buffer could not be allocated.
   ReadWindow(AuditFile& file, size_t capacity);
 
   bool valid() const { return buffer_ != nullptr; }

@@ -34,9 +34,10 @@ uint64_t at(const unsigned char* record, int offset, int width) { return readLit
 struct EndFields {
   uint64_t disk = 0, directoryDisk = 0, entriesOnDisk = 0, entriesTotal = 0, directorySize = 0,
            directoryOffset = 0;
+  // A count of 0xFFFF is left out: an archive of exactly that many entries
+  // needs no ZIP64, and a count that lies shows up as a mismatch.
   bool hasMarkers() const {
-    return entriesOnDisk == Marker16 || entriesTotal == Marker16 || directorySize == Marker32 ||
-           directoryOffset == Marker32 || disk == Marker16 || directoryDisk == Marker16;
+    return directorySize == Marker32 || directoryOffset == Marker32 || disk == Marker16 || directoryDisk == Marker16;
   }
 };
 

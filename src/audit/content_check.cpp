@@ -45,13 +45,20 @@ class Inflater {
 
 // The archive's bytes come through a window, so that the data of many small
 // entries is read at once; what comes out goes to one buffer.
+// The output buffer need not be larger than the largest entry's output, one
+// byte past its declared size included.
 struct Buffers {
-  explicit Buffers(AuditFile& archive) : file(archive), input(archive, InputBufferSize) {}
+  Buffers(AuditFile& archive, uint64_t largestEntry)
+      : file(archive),
+        input(archive, InputBufferSize),
+        outputSize(static_cast<size_t>(std::min<uint64_t>(OutputBufferSize, largestEntry + 1))),
+        output(new (std::nothrow) unsigned char[outputSize]) {}
   bool valid() const { return input.valid() && output != nullptr; }
 
   AuditFile& file;
   ReadWindow input;
-  std::unique_ptr<unsigned char[]> output{new (std::nothrow) unsigned char[OutputBufferSize]};
+  size_t outputSize;
+  std::unique_ptr<unsigned char[]> output;
 };
 
 // The next run of an entry's data at `position`, at most `left` bytes; 0 past
@@ -105,7 +112,7 @@ Produced readDeflated(const AuditEntry& entry, Buffers& buffers, z_stream& strea
       stream.avail_in = static_cast<uInt>(got);
     }
     const uint64_t room = entry.uncompressedSize - produced.size;
-    const auto offered = static_cast<uInt>(room >= OutputBufferSize ? OutputBufferSize : room + 1);
+    const auto offered = static_cast<uInt>(room >= buffers.outputSize ? buffers.outputSize : room + 1);
     stream.next_out = buffers.output.get();
     stream.avail_out = offered;
     const int result = inflate(&stream, Z_NO_FLUSH);
@@ -154,7 +161,9 @@ int testArchive(const char* path, const AuditReport& report, std::vector<AuditFi
     return AuditCannotOpen;
   }
   if (!file.open(path)) return AuditCannotOpen;
-  Buffers buffers(file);
+  uint64_t largestEntry = 0;
+  for (const AuditEntry& entry : report.entries) largestEntry = std::max(largestEntry, entry.uncompressedSize);
+  Buffers buffers(file, std::min<uint64_t>(largestEntry, OutputBufferSize));
   Inflater inflater;
   if (!buffers.valid() || !inflater.ready()) {
     errno = ENOMEM;
