@@ -38,6 +38,7 @@ enum class FindingKind {
   MultiDisk,            // split over several disks
   TotalSizeTooLarge,    // the declared sizes add up past the limit
   LocalHeaderMismatch,  // the local header is missing, damaged or disagrees with the central one
+  BadData,              // testArchive only: the data does not give the declared size and CRC-32
 };
 
 struct AuditFinding {
@@ -58,12 +59,18 @@ struct AuditEntry {
   uint64_t compressedSize = 0;
   uint64_t uncompressedSize = 0;
   uint32_t externalAttributes = 0;
-  uint64_t localHeaderOffset = 0;
-  uint64_t dataOffset = 0;     // where the data starts, from the local header; 0 when unreadable
-  bool hasUnixMode = false;    // made on Unix and carrying a file type in the high 16 bits
+  uint64_t localHeaderOffset = 0;  // as recorded; ZIP64 values where the record marks them
+  // The file position where the data starts (bytes ahead of the archive, a
+  // self-extractor's stub, counted), from the local header; 0 when the local
+  // header is missing or cut short.
+  uint64_t dataOffset = 0;
+  bool hasUnixMode = false;    // made on Unix with a nonzero high half of the external attributes, as unzip reads it
   bool isDirectory = false;    // a name ending in "/" or a directory mode
-  bool isLink = false;         // a link mode; the target is the entry's data
-  uint32_t mode = 0;           // the permission bits and file type, 0 without a Unix mode
+  // A link mode, or the Unix extra block with a target that the library's
+  // extraction makes links from; never for a name ending in "/". The target
+  // is the entry's data (and the block's text).
+  bool isLink = false;
+  uint32_t mode = 0;           // the high 16 bits as stored (permission bits, file type when given); 0 without a Unix mode
 };
 
 struct AuditOptions {
@@ -93,10 +100,14 @@ int auditArchive(const char* path, const AuditOptions& options, AuditReport& rep
 
 // Reads and inflates every entry of an audited archive without writing
 // anything, checking each one's size and CRC-32; each failure is appended
-// to `failures` with the entry's index and a plain cause ("failed its CRC
-// check", "ends before its declared size"). Returns AuditOk or a status as
-// auditArchive. Entries the audit refused (encrypted, unsupported method)
-// are skipped.
+// to `failures` as a BadData finding with the entry's index and a plain
+// cause ("failed its CRC check", "ends before its declared size", "inflates
+// past its declared size", "has damaged compressed data"). Inflation stops
+// one byte past the declared size, so the time spent is bounded by the sizes
+// the report declares. Returns AuditOk, or AuditCannotOpen when the file
+// could not be opened or read (errno says why; failures found before stay).
+// Entries the audit refused for encryption or method, and entries without a
+// whole local header, are skipped: their findings already say why.
 int testArchive(const char* path, const AuditReport& report, std::vector<AuditFinding>& failures);
 
 // The kind as plain words for a listing of findings ("absolute name").

@@ -1,0 +1,157 @@
+// The integrity test: inflates every entry an audit listed, in fixed buffers,
+// and compares what comes out with the declared size and CRC-32. It writes
+// nothing, and never produces more than one byte past a declared size, so a
+// bomb costs no more than what it declares.
+#include <zlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <new>
+
+#include "audit/archive_audit.h"
+#include "audit/audit_file.h"
+#include "zip/unzip_archive.h"
+
+namespace kxzef {
+
+namespace {
+
+constexpr size_t InputBufferSize = 256 * 1024;
+constexpr size_t OutputBufferSize = 128 * 1024;
+constexpr uint16_t FlagsEncrypted = 0x0001 | 0x0040;
+
+constexpr char EndsEarly[] = "ends before its declared size";
+constexpr char RunsLong[] = "inflates past its declared size";
+constexpr char BadCrc[] = "failed its CRC check";
+constexpr char BadStream[] = "has damaged compressed data";
+
+// One raw inflate stream for every entry, reset between them.
+class Inflater {
+ public:
+  Inflater() { ready_ = inflateInit2(&stream_, RawWindowBits) == Z_OK; }
+  ~Inflater() {
+    if (ready_) inflateEnd(&stream_);
+  }
+  Inflater(const Inflater&) = delete;
+  Inflater& operator=(const Inflater&) = delete;
+  bool ready() const { return ready_; }
+  z_stream& stream() { return stream_; }
+
+ private:
+  z_stream stream_{};
+  bool ready_ = false;
+};
+
+struct Buffers {
+  std::unique_ptr<unsigned char[]> input{new (std::nothrow) unsigned char[InputBufferSize]};
+  std::unique_ptr<unsigned char[]> output{new (std::nothrow) unsigned char[OutputBufferSize]};
+};
+
+// What came out of one entry's data.
+struct Produced {
+  uint64_t size = 0;
+  uint32_t crc = 0;
+  const char* failure = nullptr;  // set when the data itself is broken
+};
+
+void addCrc(Produced& produced, const unsigned char* bytes, size_t count) {
+  produced.crc = static_cast<uint32_t>(crc32(produced.crc, bytes, static_cast<uInt>(count)));
+  produced.size += count;
+}
+
+Produced readStored(AuditFile& file, const AuditEntry& entry, Buffers& buffers) {
+  Produced produced;
+  const uint64_t wanted = std::min(entry.compressedSize, entry.uncompressedSize);
+  while (produced.size < wanted) {
+    const size_t chunk = static_cast<size_t>(std::min<uint64_t>(InputBufferSize, wanted - produced.size));
+    const size_t got = file.readAt(entry.dataOffset + produced.size, buffers.input.get(), chunk);
+    addCrc(produced, buffers.input.get(), got);
+    if (got < chunk) return produced;
+  }
+  if (entry.compressedSize > entry.uncompressedSize) produced.failure = RunsLong;
+  return produced;
+}
+
+// Inflates until the stream ends, the input runs out, or one byte more than
+// declared comes out; the output buffer is never offered past that byte.
+Produced readDeflated(AuditFile& file, const AuditEntry& entry, Buffers& buffers, z_stream& stream) {
+  Produced produced;
+  uint64_t inputLeft = entry.compressedSize, inputPosition = entry.dataOffset;
+  stream.avail_in = 0;
+  for (;;) {
+    if (stream.avail_in == 0 && inputLeft > 0) {
+      const size_t got = file.readAt(inputPosition, buffers.input.get(),
+                                     static_cast<size_t>(std::min<uint64_t>(InputBufferSize, inputLeft)));
+      inputLeft = got == 0 ? 0 : inputLeft - got;
+      inputPosition += got;
+      stream.next_in = buffers.input.get();
+      stream.avail_in = static_cast<uInt>(got);
+    }
+    const uint64_t room = entry.uncompressedSize - produced.size;
+    const auto offered = static_cast<uInt>(room >= OutputBufferSize ? OutputBufferSize : room + 1);
+    stream.next_out = buffers.output.get();
+    stream.avail_out = offered;
+    const int result = inflate(&stream, Z_NO_FLUSH);
+    const size_t count = offered - stream.avail_out;
+    if (count > room) {
+      produced.failure = RunsLong;
+      return produced;
+    }
+    addCrc(produced, buffers.output.get(), count);
+    if (result == Z_STREAM_END) return produced;
+    if (result == Z_BUF_ERROR && inputLeft > 0) continue;  // wants the next read
+    if (result != Z_OK) {
+      // A stream cut short (no input left) that gave all it declared is still damaged.
+      const bool cutShort = result == Z_BUF_ERROR && produced.size < entry.uncompressedSize;
+      if (!cutShort) produced.failure = BadStream;
+      return produced;
+    }
+  }
+}
+
+// The cause of the entry's failure, or nullptr when it checks out.
+const char* checkEntry(AuditFile& file, const AuditEntry& entry, Buffers& buffers, Inflater& inflater) {
+  Produced produced;
+  if (entry.method == MethodStored) {
+    produced = readStored(file, entry, buffers);
+  } else {
+    inflateReset(&inflater.stream());
+    produced = readDeflated(file, entry, buffers, inflater.stream());
+  }
+  if (produced.failure != nullptr) return produced.failure;
+  if (produced.size < entry.uncompressedSize) return EndsEarly;
+  return produced.crc == entry.crc ? nullptr : BadCrc;
+}
+
+bool testable(const AuditEntry& entry) {
+  const bool knownMethod = entry.method == MethodStored || entry.method == MethodDeflated;
+  return knownMethod && (entry.flags & FlagsEncrypted) == 0 && entry.dataOffset != 0;
+}
+
+}  // namespace
+
+int testArchive(const char* path, const AuditReport& report, std::vector<AuditFinding>& failures) {
+  AuditFile file;
+  if (path == nullptr) {
+    errno = EINVAL;
+    return AuditCannotOpen;
+  }
+  if (!file.open(path)) return AuditCannotOpen;
+  Buffers buffers;
+  Inflater inflater;
+  if (!buffers.input || !buffers.output || !inflater.ready()) {
+    errno = ENOMEM;
+    return AuditCannotOpen;
+  }
+  for (size_t i = 0; i < report.entries.size(); ++i) {
+    const AuditEntry& entry = report.entries[i];
+    if (!testable(entry)) continue;  // the audit has said why
+    const char* cause = checkEntry(file, entry, buffers, inflater);
+    if (file.failed()) return AuditCannotOpen;
+    if (cause != nullptr) failures.push_back(AuditFinding{FindingKind::BadData, static_cast<int64_t>(i), cause});
+  }
+  return AuditOk;
+}
+
+}  // namespace kxzef

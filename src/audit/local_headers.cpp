@@ -1,0 +1,86 @@
+// Reads the local header each central record points at. The offset is the
+// archive's claim: a header outside the file, or one that runs past it, is a
+// finding, never a read out of bounds.
+#include <cerrno>
+#include <cstring>
+
+#include "audit/audit_steps.h"
+#include "zip/unzip_archive.h"
+
+namespace kxzef {
+
+namespace {
+
+// A local header with the longest name and extra field.
+constexpr size_t MaxLocalRecord = LocalHeaderSize + 2 * 0xFFFF;
+constexpr size_t LocalWindowSize = 160 * 1024;
+// Small entries lie close together: one read of this much usually holds the next header too.
+constexpr size_t LocalReadSize = 16 * 1024;
+constexpr uint64_t FlagEncrypted = 0x0001;
+
+uint64_t at(const unsigned char* record, int offset, int width) { return readLittleEndian(record + offset, width); }
+
+// The fields the local header repeats, as it states them.
+struct LocalFields {
+  uint64_t flags, method, crc, compressedSize, uncompressedSize;
+};
+
+// Why the local header disagrees with the record, or nullptr when it agrees.
+const char* disagreement(const AuditEntry& entry, const unsigned char* header, const LocalFields& local) {
+  const size_t nameLength = at(header, 26, 2);
+  if (nameLength != entry.name.size() || std::memcmp(header + LocalHeaderSize, entry.name.data(), nameLength) != 0) {
+    return "has a local header with another name";
+  }
+  if (local.method != entry.method) return "has a local header with another method";
+  if ((local.flags ^ entry.flags) & FlagEncrypted) return "has a local header that disagrees on encryption";
+  // With a data descriptor the local fields are zeros or guesses.
+  if ((local.flags | entry.flags) & FlagDataDescriptor) return nullptr;
+  if (local.crc != entry.crc) return "has a local header with another CRC";
+  if (local.compressedSize != entry.compressedSize || local.uncompressedSize != entry.uncompressedSize) {
+    return "has a local header with other sizes";
+  }
+  return nullptr;
+}
+
+// Checks one entry's local header; sets its data offset when the header is whole.
+void checkLocalHeader(ReadWindow& window, uint64_t bytesBefore, int64_t index, AuditReport& report) {
+  AuditEntry& entry = report.entries[static_cast<size_t>(index)];
+  const uint64_t position = entry.localHeaderOffset + bytesBefore;
+  const unsigned char* header = position >= bytesBefore ? window.bytesAt(position, LocalHeaderSize) : nullptr;
+  if (header == nullptr || at(header, 0, 4) != LocalHeaderSignature) {
+    addFinding(report, FindingKind::LocalHeaderMismatch, index, "has no local header where its record points");
+    return;
+  }
+  const size_t nameLength = at(header, 26, 2), extraLength = at(header, 28, 2);
+  const size_t length = LocalHeaderSize + nameLength + extraLength;
+  header = window.bytesAt(position, length);
+  if (header == nullptr) {
+    addFinding(report, FindingKind::LocalHeaderMismatch, index, "has a local header cut short by the file's end");
+    return;
+  }
+  entry.dataOffset = position + length;
+  LocalFields local{at(header, 6, 2), at(header, 8, 2), at(header, 14, 4), at(header, 18, 4), at(header, 22, 4)};
+  applyZip64Extra(header + LocalHeaderSize + nameLength, extraLength, local.uncompressedSize, local.compressedSize,
+                  nullptr, nullptr);
+  if (const char* why = disagreement(entry, header, local); why != nullptr) {
+    addFinding(report, FindingKind::LocalHeaderMismatch, index, why);
+  }
+}
+
+}  // namespace
+
+int checkLocalHeaders(AuditFile& file, const DirectoryPlace& place, AuditReport& report) {
+  static_assert(LocalWindowSize >= MaxLocalRecord, "a whole local header fits the window");
+  ReadWindow window(file, LocalWindowSize, LocalReadSize);
+  if (!window.valid()) {
+    errno = ENOMEM;
+    return AuditCannotOpen;
+  }
+  const int64_t count = static_cast<int64_t>(report.entries.size());
+  for (int64_t index = 0; index < count && !file.failed(); ++index) {
+    checkLocalHeader(window, place.bytesBefore, index, report);
+  }
+  return file.failed() ? AuditCannotOpen : AuditOk;
+}
+
+}  // namespace kxzef

@@ -1,0 +1,453 @@
+#include "audit/archive_audit.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "support/temp_dir.h"
+#include "support/zip_records.h"
+
+namespace kxzef {
+namespace {
+
+using testing::buildArchive;
+using testing::HandEntry;
+using testing::patchLE;
+using testing::storedEntry;
+
+std::string le(uint64_t value, int width) {
+  std::string out;
+  for (int i = 0; i < width; ++i) out.push_back(static_cast<char>(value >> (8 * i) & 0xFF));
+  return out;
+}
+
+// Puts a ZIP64 end record and its locator between the directory and the end
+// record, which then marks its counts, size and offset as the format asks.
+std::string withZip64End(std::string bytes, uint64_t entries) {
+  const size_t end = bytes.size() - 22;  // no archive comment
+  const std::string directorySize = bytes.substr(end + 12, 4), directoryOffset = bytes.substr(end + 16, 4);
+  const std::string record = le(0x06064B50, 4)  // signature
+                             + le(44, 8)        // size of the rest of the record
+                             + le(45, 2)        // version made by
+                             + le(45, 2)        // version needed
+                             + le(0, 4)         // this disk
+                             + le(0, 4)         // disk where the directory starts
+                             + le(entries, 8)   // entries on this disk
+                             + le(entries, 8)   // entries in total
+                             + directorySize + le(0, 4)     // directory size, 8 bytes
+                             + directoryOffset + le(0, 4);  // directory offset, 8 bytes
+  const std::string locator = le(0x07064B50, 4)  // signature
+                              + le(0, 4)         // disk of the ZIP64 end record
+                              + le(end, 8)       // its offset
+                              + le(1, 4);        // disks in total
+  std::string tail = bytes.substr(end);
+  patchLE(tail, 8, 0xFFFF, 2);
+  patchLE(tail, 10, 0xFFFF, 2);
+  patchLE(tail, 12, 0xFFFFFFFF, 4);
+  patchLE(tail, 16, 0xFFFFFFFF, 4);
+  return bytes.substr(0, end) + record + locator + tail;
+}
+
+HandEntry withMode(HandEntry entry, uint64_t mode) {
+  entry.externalAttributes = mode << 16;
+  return entry;
+}
+
+HandEntry unixLink(const std::string& name, const std::string& target) {
+  return withMode(storedEntry(name, target), 0120777);
+}
+
+// The library's own link: a regular mode, the target in the Unix extra block.
+HandEntry blockLink(const std::string& name, const std::string& target) {
+  HandEntry entry = storedEntry(name, target);
+  entry.centralExtra = testing::linkBlock(target);
+  return entry;
+}
+
+// One line per finding: the entry's index (or "archive"), the kind, the detail.
+std::vector<std::string> rendered(const AuditReport& report) {
+  std::vector<std::string> lines;
+  for (const AuditFinding& finding : report.findings) {
+    const std::string where = finding.entryIndex < 0 ? "archive" : std::to_string(finding.entryIndex);
+    lines.push_back(where + " " + findingText(finding.kind) + ": " + finding.detail);
+  }
+  return lines;
+}
+
+class ArchiveAudit : public testing::TempDirTest {
+ protected:
+  AuditReport audit(const std::string& bytes, const AuditOptions& options = {}) {
+    AuditReport report;
+    const int status = auditArchive(writeFile("t.zip", bytes).c_str(), options, report);
+    EXPECT_EQ(status, AuditOk);
+    return report;
+  }
+};
+
+using Lines = std::vector<std::string>;
+
+// An archive that is built by `make` and must audit to exactly `findings`.
+struct Case {
+  std::function<std::string()> make;
+  Lines findings;
+  const char* why;
+  uint64_t maxTotalSize = 0;
+};
+
+std::string archiveOf(std::vector<HandEntry> entries) { return buildArchive(entries); }
+
+std::string withPatch(std::string bytes, size_t offset, uint64_t value, int width) {
+  patchLE(bytes, offset, value, width);
+  return bytes;
+}
+
+// Offset of the end record in an archive without a comment.
+size_t endOf(const std::string& bytes) { return bytes.size() - 22; }
+
+std::vector<Case> nameCases() {
+  const std::string longName(300, 'a');
+  return {
+      {[] { return archiveOf({storedEntry("../x", "1")}); }, {"0 '..' in name: contains a '..' component"}, "leaves the destination"},
+      {[] { return archiveOf({storedEntry("a/../../x", "1")}); }, {"0 '..' in name: contains a '..' component"}, ".. inside the name"},
+      {[] { return archiveOf({storedEntry("a/..", "1")}); }, {"0 '..' in name: contains a '..' component"}, ".. as the last component"},
+      {[] { return archiveOf({storedEntry("a/..b/c..", "1")}); }, {}, "dots inside components are ordinary names"},
+      {[] { return archiveOf({storedEntry("/abs/x", "1")}); }, {"0 absolute name: is an absolute path"}, "absolute"},
+      {[] { return archiveOf({storedEntry("..\\..\\x", "1")}); }, {"0 backslash in name: contains a backslash"}, "a Windows path climbs for other tools"},
+      {[] { return archiveOf({storedEntry("", "1")}); }, {"0 empty name: has an empty name"}, "no name"},
+      {[] { return archiveOf({storedEntry(std::string("a\0/../../x", 10), "1")}); },
+       {"0 '..' in name: contains a '..' component", "0 NUL byte in name: has a NUL byte inside its name"},
+       "the part after the NUL is still checked: other tools may not cut there"},
+      {[=] { return archiveOf({storedEntry(longName, "1")}); },
+       {"0 name too long: has a name of 300 bytes, more than the 255 the reader keeps"}, "the reader would cut it"},
+      {[=] { return archiveOf({storedEntry(longName, "1"), storedEntry(longName + "b", "2")}); },
+       {"0 name too long: has a name of 300 bytes, more than the 255 the reader keeps",
+        "1 name too long: has a name of 301 bytes, more than the 255 the reader keeps",
+        "1 name collision: has the same path as '" + longName + "'"},
+       "different names, one path once cut"},
+      {[] { return archiveOf({storedEntry("a", "1"), storedEntry("a", "2")}); },
+       {"1 name collision: appears more than once"}, "exact duplicate"},
+      {[] { return archiveOf({storedEntry("d/a", "1"), storedEntry("./d//a", "2")}); },
+       {"1 name collision: has the same path as 'd/a'"}, "empty and '.' components write the same path"},
+      {[] { return archiveOf({storedEntry("a", "1"), withMode(storedEntry("a/", ""), 040755)}); },
+       {"1 name collision: has the same path as 'a'"}, "a file and a directory of one name"},
+  };
+}
+
+std::vector<Case> linkCases() {
+  return {
+      {[] { return archiveOf({unixLink("d", "/elsewhere"), storedEntry("d/evil", "1")}); },
+       {"1 path through a link entry: passes through the link entry 'd'"}, "writes through an absolute link"},
+      {[] { return archiveOf({blockLink("d", "../.."), withMode(storedEntry("d/made/", ""), 040755)}); },
+       {"1 path through a link entry: passes through the link entry 'd'"}, "the library's own link form, a directory below it"},
+      {[] { return archiveOf({storedEntry("a/d/x", "1"), unixLink("a/./d", "/tmp")}); },
+       {"0 path through a link entry: passes through the link entry 'a/./d'"}, "the link comes later, and is spelt otherwise"},
+      {[] { return archiveOf({unixLink("d", "../.."), storedEntry("e/x", "1")}); }, {}, "a link leaving the tree is no finding by itself"},
+      {[] { return archiveOf({unixLink("d", "/x"), storedEntry("d", "1")}); },
+       {"1 name collision: appears more than once"}, "a file over the link is a collision"},
+      {[] { return archiveOf({withMode(storedEntry("d/", ""), 0120777), storedEntry("d/x", "1")}); }, {},
+       "a name ending in '/' is a directory whatever its mode"},
+  };
+}
+
+std::vector<Case> recordCases() {
+  const auto methodEntry = [](int method) {
+    HandEntry entry = storedEntry("m" + std::to_string(method), "1");
+    entry.method = method;
+    return entry;
+  };
+  const auto flagged = [](uint64_t flags) {
+    HandEntry entry = storedEntry("f", "1");
+    entry.flags = flags;
+    return entry;
+  };
+  return {
+      {[=] {
+         std::vector<HandEntry> entries;
+         for (int method : {1, 3, 6, 7, 9, 12, 14, 93, 95, 96, 97, 98, 99}) entries.push_back(methodEntry(method));
+         return buildArchive(entries);
+       },
+       {"0 unsupported method: uses shrink, which is not supported",
+        "1 unsupported method: uses reduce, which is not supported",
+        "2 unsupported method: uses implode, which is not supported",
+        "3 unsupported method: uses method 7, which is not supported",
+        "4 unsupported method: uses Deflate64, which is not supported",
+        "5 unsupported method: uses bzip2, which is not supported",
+        "6 unsupported method: uses LZMA, which is not supported",
+        "7 unsupported method: uses zstd, which is not supported",
+        "8 unsupported method: uses XZ, which is not supported",
+        "9 unsupported method: uses JPEG, which is not supported",
+        "10 unsupported method: uses WavPack, which is not supported",
+        "11 unsupported method: uses PPMd, which is not supported",
+        "12 unsupported method: uses AES, which is not supported"},
+       "every method but stored and deflated, by name"},
+      {[=] { return archiveOf({flagged(1)}); }, {"0 encrypted entry: is encrypted"}, "traditional encryption"},
+      {[=] { return archiveOf({flagged(0x41)}); }, {"0 encrypted entry: is encrypted"}, "strong encryption"},
+      {[=] {
+         HandEntry entry = flagged(8);
+         HandEntry local = entry;
+         local.crc = local.compressedSize = local.uncompressedSize = 0;
+         const std::vector<HandEntry> locals{local};
+         return buildArchive({entry}, "", &locals);
+       },
+       {"0 data descriptor: keeps its sizes and CRC in a data descriptor"},
+       "zeroed local fields are no mismatch when a descriptor follows"},
+      {[] { return archiveOf({withMode(storedEntry("s", "1"), 0104755)}); }, {"0 set-ID or sticky bit: has the set-user-ID bit"}, "set-user-ID"},
+      {[] { return archiveOf({withMode(storedEntry("s", "1"), 0102755)}); }, {"0 set-ID or sticky bit: has the set-group-ID bit"}, "set-group-ID"},
+      {[] { return archiveOf({withMode(storedEntry("t/", ""), 041777)}); }, {"0 set-ID or sticky bit: has the sticky bit"}, "sticky directory"},
+      {[] { return archiveOf({withMode(storedEntry("s", "1"), 0107755)}); },
+       {"0 set-ID or sticky bit: has the set-user-ID, set-group-ID and sticky bits"}, "all three"},
+      {[] {
+         HandEntry entry = withMode(storedEntry("s", "1"), 0104755);
+         entry.versionMadeBy = 0x0014;  // made on FAT: the high half means nothing
+         return archiveOf({entry});
+       },
+       {}, "no Unix mode, no mode bits"},
+  };
+}
+
+// Rows about the directory's and the data's layout.
+std::vector<Case> layoutCases() {
+  return {
+      {[] {
+         HandEntry b = storedEntry("b", "1"), c = storedEntry("c", "1");
+         b.localHeaderOffset = c.localHeaderOffset = 0;
+         return archiveOf({storedEntry("a", "1"), b, c});
+       },
+       {"1 local header mismatch: has a local header with another name",
+        "1 shared local header: shares its local header with 'a'",
+        "2 local header mismatch: has a local header with another name",
+        "2 shared local header: shares its local header with 'a'"},
+       "three records, one entry's data"},
+      {[] {
+         HandEntry a = storedEntry("a", "aaaa");
+         a.compressedSize = a.uncompressedSize = 36;  // its data, then b's header and data
+         return archiveOf({a, storedEntry("b", "x")});
+       },
+       {"1 overlapping data: overlaps the data of 'a'"}, "one entry's data holds the next entry"},
+      {[] {
+         HandEntry a = storedEntry("a", "abc");
+         a.compressedSize = a.uncompressedSize = 10;
+         return archiveOf({a});
+       },
+       {"0 overlapping data: runs into the central directory"}, "data sized past its end"},
+      {[] {
+         const std::string bytes = archiveOf({storedEntry("a", "1"), storedEntry("b", "2")});
+         return withPatch(withPatch(bytes, endOf(bytes) + 8, 1, 2), endOf(bytes) + 10, 1, 2);
+       },
+       {"archive entry count mismatch: the end record counts 1 entry, the directory holds 2"},
+       "a reader trusting the count drops an entry"},
+      {[] {
+         const std::string bytes = archiveOf({storedEntry("a", "1"), storedEntry("b", "2")});
+         return withPatch(bytes, endOf(bytes) - 47, 0, 4);  // the second central signature
+       },
+       {"archive entry count mismatch: the end record counts 2 entries, the directory holds 1"},
+       "the walk stops at a record that is not one"},
+      {[] {
+         const std::string bytes = archiveOf({storedEntry("a", "1")});
+         return withPatch(bytes, endOf(bytes) + 4, 1, 2);
+       },
+       {"archive multi-disk archive: spans several disks"}, "end record on disk 1"},
+      {[] { return "MZ-stub" + archiveOf({storedEntry("a", "1"), unixLink("l", "a")}); }, {},
+       "a self-extractor's stub shifts every offset"},
+  };
+}
+
+std::vector<Case> zip64Cases() {
+  return {
+      {[] { return withZip64End(archiveOf({storedEntry("a", "1")}), 1); },
+       {"archive ZIP64: has a ZIP64 end record"}, "ZIP64 end record and locator"},
+      {[] { return withZip64End(archiveOf({storedEntry("a", "1")}), uint64_t{1} << 32); },
+       {"archive ZIP64: has a ZIP64 end record",
+        "archive entry count mismatch: the end record counts 4294967296 entries, the directory holds 1"},
+       "a huge claimed count costs nothing"},
+      {[] {
+         const std::string bytes = archiveOf({storedEntry("a", "1")});
+         return withPatch(bytes, endOf(bytes) + 10, 0xFFFF, 2);
+       },
+       {"archive ZIP64: marks its end record for ZIP64 without a ZIP64 end record",
+        "archive multi-disk archive: spans several disks",
+        "archive entry count mismatch: the end record counts 65535 entries, the directory holds 1"},
+       "a marker and nothing behind it"},
+      {[] {
+         HandEntry entry = storedEntry("a", "xyz");
+         entry.compressedSize = entry.uncompressedSize = 0xFFFFFFFF;
+         entry.centralExtra = le(1, 2) + le(16, 2) + le(3, 8) + le(3, 8);  // tag, size, real sizes
+         entry.localExtra = entry.centralExtra;
+         return archiveOf({entry});
+       },
+       {"0 ZIP64: has ZIP64 sizes or offsets"}, "sizes from the ZIP64 extra field agree"},
+  };
+}
+
+std::vector<Case> localHeaderCases() {
+  const auto localDiffers = [](const std::function<void(HandEntry&)>& change) {
+    return [=] {
+      const HandEntry entry = storedEntry("a", "12345");
+      HandEntry local = entry;
+      change(local);
+      const std::vector<HandEntry> locals{local};
+      return buildArchive({entry}, "", &locals);
+    };
+  };
+  return {
+      {localDiffers([](HandEntry& e) { e.name = "b"; }), {"0 local header mismatch: has a local header with another name"}, "name"},
+      {localDiffers([](HandEntry& e) { e.method = 8; }), {"0 local header mismatch: has a local header with another method"}, "method"},
+      {localDiffers([](HandEntry& e) { e.crc ^= 1; }), {"0 local header mismatch: has a local header with another CRC"}, "CRC"},
+      {localDiffers([](HandEntry& e) { e.uncompressedSize = 9; }), {"0 local header mismatch: has a local header with other sizes"}, "size"},
+      {localDiffers([](HandEntry& e) { e.flags = 1; }), {"0 local header mismatch: has a local header that disagrees on encryption"},
+       "a reader of the local header would decrypt"},
+      {[] {
+         HandEntry entry = storedEntry("a", "1");
+         entry.localHeaderOffset = 5;
+         return archiveOf({entry});
+       },
+       {"0 local header mismatch: has no local header where its record points"}, "offset into nothing"},
+      {[] { return withPatch(archiveOf({storedEntry("a", "1")}), 28, 0xFFFF, 2); },
+       {"0 local header mismatch: has a local header cut short by the file's end"}, "extra field longer than the file"},
+  };
+}
+
+TEST_F(ArchiveAudit, HostileArchivesGiveExactlyTheirFindings) {
+  for (const auto& table : {nameCases(), linkCases(), recordCases(), layoutCases(), zip64Cases(), localHeaderCases()}) {
+    for (const Case& row : table) {
+      AuditOptions options;
+      options.maxTotalSize = row.maxTotalSize;
+      EXPECT_EQ(rendered(audit(row.make(), options)), row.findings) << row.why;
+    }
+  }
+}
+
+TEST_F(ArchiveAudit, DeclaredTotalAboveTheLimitIsAFinding) {
+  const std::string bytes = archiveOf({storedEntry("a", "12345"), storedEntry("b", "123456")});
+  const struct { uint64_t limit; Lines findings; const char* why; } rows[] = {
+      {10, {"archive total size over the limit: declares 11 bytes in all, more than the limit of 10"}, "one byte over"},
+      {11, {}, "exactly the limit"},
+      {0, {}, "0 lifts the limit"},
+  };
+  for (const auto& row : rows) {
+    AuditOptions options;
+    options.maxTotalSize = row.limit;
+    const AuditReport report = audit(bytes, options);
+    EXPECT_EQ(rendered(report), row.findings) << row.why;
+    EXPECT_EQ(report.totalUncompressed, 11u);
+  }
+}
+
+TEST_F(ArchiveAudit, FilesWithoutAWalkableDirectoryGiveAStatus) {
+  const std::string good = archiveOf({storedEntry("a", "1")});
+  const struct { std::string bytes; int status; size_t entries; const char* why; } rows[] = {
+      {"", AuditNotAnArchive, 0, "empty file"},
+      {std::string(70000, 'x'), AuditNotAnArchive, 0, "no end record"},
+      {good.substr(0, good.size() - 1), AuditNotAnArchive, 0, "end record cut short"},
+      {withPatch(good, endOf(good) + 12, 1000, 4), AuditNotAnArchive, 0, "directory larger than what precedes it"},
+      {withPatch(good, endOf(good) + 16, 1000, 4), AuditNotAnArchive, 0, "directory offset past where it must start"},
+      {withPatch(good, endOf(good) - 47, 0, 4), AuditNotAnArchive, 0, "one counted entry, no readable record"},
+      {withPatch(withPatch(good, endOf(good) - 47, 0, 4), endOf(good) + 10, 0, 2), AuditOk, 0,
+       "nothing counted, nothing read"},
+      {testing::endRecord(0, 0, 0, 0, ""), AuditOk, 0, "an empty archive"},
+      {good + std::string(65535 - 100, 'c'), AuditOk, 1, "garbage after the record, within a comment's reach"},
+  };
+  for (const auto& row : rows) {
+    AuditReport report;
+    EXPECT_EQ(auditArchive(writeFile("t.zip", row.bytes).c_str(), {}, report), row.status) << row.why;
+    EXPECT_EQ(report.entries.size(), row.entries) << row.why;
+  }
+  AuditReport report;
+  EXPECT_EQ(auditArchive(path("missing.zip").c_str(), {}, report), AuditCannotOpen);
+  EXPECT_EQ(auditArchive(path().c_str(), {}, report), AuditCannotOpen) << "a directory";
+}
+
+TEST_F(ArchiveAudit, ArchivesFromZipAndPythonAuditCleanWithTheirFieldsRead) {
+  if (!testing::haveProgram("zip") || !testing::haveProgram("python3")) GTEST_SKIP() << "zip or python3 missing";
+  writeFile("tree/text.txt", testing::sampleText(300000));
+  writeFile("tree/run.sh", "#!/bin/sh\n", 0755);
+  writeFile("tree/empty", "");
+  writeFile("tree/sub/deep.txt", "deep");
+  ASSERT_EQ(symlink("text.txt", path("tree/link").c_str()), 0);
+  std::ofstream("make.py") << "import zipfile\n"
+                              "with zipfile.ZipFile('p.zip', 'w', zipfile.ZIP_DEFLATED) as z:\n"
+                              "    z.writestr('deflated', b'deflate me ' * 3000)\n"
+                              "    z.writestr(zipfile.ZipInfo('dir/'), b'')\n"
+                              "    z.writestr('stored', b'plain', compress_type=zipfile.ZIP_STORED)\n"
+                              "    z.writestr('empty', b'')\n"
+                              "    i = zipfile.ZipInfo('windows.txt'); i.create_system = 0\n"
+                              "    z.writestr(i, b'made elsewhere')\n";
+  // For each archive its name, then for each entry: name, Unix mode or '-', directory, link, data offset.
+  std::ofstream("judge.py") << "import struct, sys, zipfile\n"
+                               "for name in sys.argv[1:]:\n"
+                               "  print(name); f = open(name, 'rb')\n"
+                               "  for i in zipfile.ZipFile(name).infolist():\n"
+                               "    f.seek(i.header_offset + 26); n, m = struct.unpack('<HH', f.read(4))\n"
+                               "    mode = i.external_attr >> 16 if i.create_system == 3 and i.external_attr >> 16 else None\n"
+                               "    print(i.filename, '-' if mode is None else oct(mode), int(i.is_dir()),\n"
+                               "          int(mode is not None and (mode & 0o170000) == 0o120000), i.header_offset + 30 + n + m)\n";
+  ASSERT_EQ(testing::runCommand("cd tree && zip -q -X -ry ../z.zip . && zip -q -X -0 ../z0.zip text.txt && cd .. && "
+                                "python3 make.py && python3 judge.py z.zip z0.zip p.zip > judged.txt"),
+            0);
+  std::ostringstream fields;
+  for (const std::string& file : std::vector<std::string>{"z.zip", "z0.zip", "p.zip"}) {
+    AuditReport report;
+    ASSERT_EQ(auditArchive(file.c_str(), {defaultMaxTotalSize(0), path()}, report), AuditOk) << file;
+    EXPECT_EQ(rendered(report), Lines{}) << file;
+    fields << file << '\n';
+    for (const AuditEntry& e : report.entries) {
+      std::ostringstream mode;
+      mode << "0o" << std::oct << e.mode;
+      fields << e.name << ' ' << (e.hasUnixMode ? mode.str() : "-") << ' ' << e.isDirectory << ' ' << e.isLink << ' '
+             << e.dataOffset << '\n';
+    }
+    std::vector<AuditFinding> failures;
+    EXPECT_EQ(testArchive(file.c_str(), report, failures), AuditOk) << file;
+    EXPECT_TRUE(failures.empty()) << file;
+  }
+  EXPECT_EQ(fields.str(), readFile("judged.txt"));
+}
+
+TEST_F(ArchiveAudit, NamesThroughLinksBelowTheDestinationAreFindings) {
+  writeFile("dest/real/file", "1");
+  ASSERT_EQ(symlink("/tmp", path("dest/out").c_str()), 0);
+  ASSERT_EQ(symlink("..", path("dest/real/up").c_str()), 0);
+  const std::string bytes = archiveOf({storedEntry("out/x", "1"), storedEntry("real/up/y", "2"),
+                                       storedEntry("real/z", "3"), storedEntry("new/out/w", "4"),
+                                       storedEntry("out", "5"), storedEntry("../out/v", "6")});
+  const Lines expected = {
+      "0 path through an existing link: passes through 'out', a link already in the destination",
+      "1 path through an existing link: passes through 'real/up', a link already in the destination",
+      "5 '..' in name: contains a '..' component",
+  };
+  for (const std::string& destination : {path("dest"), path("dest") + "/"}) {
+    AuditOptions options;
+    options.destination = destination;
+    EXPECT_EQ(rendered(audit(bytes, options)), expected) << destination;
+  }
+  EXPECT_EQ(rendered(audit(bytes)), Lines{"5 '..' in name: contains a '..' component"}) << "no destination, no lstat";
+}
+
+TEST(AuditText, QuotedNameEscapesAllButPrintableAscii) {
+  const struct { std::string name, quoted; } rows[] = {
+      {"plain name.txt", "'plain name.txt'"},
+      {"it's", "'it\\'s'"},
+      {"a\\b", "'a\\\\b'"},
+      {std::string("a\0b", 3), "'a\\x00b'"},
+      {"line\nbreak\ttab\rreturn", "'line\\nbreak\\ttab\\rreturn'"},
+      {"\x1b[31mred\x7f", "'\\x1b[31mred\\x7f'"},
+      {"caf\xc3\xa9", "'caf\\xc3\\xa9'"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(quotedName(row.name), row.quoted);
+}
+
+TEST(AuditText, DefaultLimitIsElevenHundredTimesTheArchiveAndAtLeastOneGibibyte) {
+  constexpr uint64_t GiB = uint64_t{1} << 30;
+  EXPECT_EQ(defaultMaxTotalSize(0), GiB);
+  EXPECT_EQ(defaultMaxTotalSize(GiB / 1100), GiB) << "just below the floor";
+  EXPECT_EQ(defaultMaxTotalSize(GiB), 1100 * GiB);
+  EXPECT_EQ(defaultMaxTotalSize(UINT64_MAX / 1000), UINT64_MAX) << "saturates";
+}
+
+}  // namespace
+}  // namespace kxzef

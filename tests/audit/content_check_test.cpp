@@ -1,0 +1,94 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "audit/archive_audit.h"
+#include "support/temp_dir.h"
+#include "support/zip_records.h"
+
+namespace kxzef {
+namespace {
+
+using testing::buildArchive;
+using testing::deflatedEntry;
+using testing::HandEntry;
+using testing::sampleText;
+using testing::storedEntry;
+
+// One line per failure: the entry's index and the cause.
+std::vector<std::string> failureLines(const std::string& file) {
+  AuditReport report;
+  EXPECT_EQ(auditArchive(file.c_str(), {}, report), AuditOk);
+  std::vector<AuditFinding> failures;
+  EXPECT_EQ(testArchive(file.c_str(), report, failures), AuditOk);
+  std::vector<std::string> lines;
+  for (const AuditFinding& failure : failures) {
+    EXPECT_EQ(failure.kind, FindingKind::BadData);
+    lines.push_back(std::to_string(failure.entryIndex) + " " + failure.detail);
+  }
+  return lines;
+}
+
+// The entry with both headers changed alike, so that only the data can disagree.
+HandEntry changed(HandEntry entry, void (*change)(HandEntry&)) {
+  change(entry);
+  return entry;
+}
+
+class IntegrityTest : public testing::TempDirTest {};
+
+TEST_F(IntegrityTest, DamagedDataIsNamedWithItsEntry) {
+  const std::string text = sampleText(3 << 20);  // several input and output buffers' worth
+  const HandEntry good = deflatedEntry("good", text);
+  const HandEntry stored = storedEntry("stored", "0123456789");
+  const struct { HandEntry entry; std::string failure; const char* why; } rows[] = {
+      {good, "", "intact, over many buffers"},
+      {deflatedEntry("empty", ""), "", "an empty deflate stream"},
+      {changed(good, [](HandEntry& e) { e.crc ^= 0x80; }), "failed its CRC check", "CRC flipped"},
+      {changed(stored, [](HandEntry& e) { e.data[3] ^= 1; }), "failed its CRC check", "stored byte flipped"},
+      {changed(good, [](HandEntry& e) { e.data.resize(e.data.size() / 2), e.compressedSize = e.data.size(); }),
+       "ends before its declared size", "deflate stream cut in half"},
+      {changed(stored, [](HandEntry& e) { e.uncompressedSize = 11; }), "ends before its declared size",
+       "stored data shorter than declared"},
+      {changed(good, [](HandEntry& e) { e.uncompressedSize -= 1; }), "inflates past its declared size",
+       "one byte more than declared"},
+      {changed(deflatedEntry("bomb", std::string(1 << 20, '\0')), [](HandEntry& e) { e.uncompressedSize = 1000; }),
+       "inflates past its declared size", "a bomb stops at its declared size"},
+      {changed(stored, [](HandEntry& e) { e.uncompressedSize = 9; }), "inflates past its declared size",
+       "stored data longer than declared"},
+      {changed(good, [](HandEntry& e) { e.data.replace(0, 4, "\xff\xff\xff\xff"); }), "has damaged compressed data",
+       "invalid block type"},
+      {changed(stored, [](HandEntry& e) { e.method = 14; }), "", "an LZMA entry is the audit's to refuse"},
+      {changed(stored, [](HandEntry& e) { e.flags = 1; }), "", "an encrypted entry is the audit's to refuse"},
+  };
+  for (const auto& row : rows) {
+    // The damaged entry sits second, between intact ones, to show the index and that the test goes on.
+    const std::string file = writeFile("t.zip", buildArchive({stored, row.entry, deflatedEntry("last", "tail")}));
+    const std::vector<std::string> expected =
+        row.failure.empty() ? std::vector<std::string>{} : std::vector<std::string>{"1 " + row.failure};
+    EXPECT_EQ(failureLines(file), expected) << row.why;
+  }
+}
+
+TEST_F(IntegrityTest, ByteFlippedInAZipArchiveFailsItsEntryOnly) {
+  if (!testing::haveProgram("zip")) GTEST_SKIP() << "zip missing";
+  writeFile("a.txt", sampleText(100000));
+  writeFile("b.txt", sampleText(200000));
+  ASSERT_EQ(testing::runCommand("zip -q -X -9 z.zip a.txt b.txt"), 0);
+  EXPECT_EQ(failureLines("z.zip"), std::vector<std::string>{});
+  std::string bytes = readFile("z.zip");
+  bytes[bytes.find("b.txt") + 5 + 2000] ^= 0x10;  // inside b.txt's compressed data
+  writeFile("z.zip", bytes);
+  const std::vector<std::string> lines = failureLines("z.zip");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].substr(0, 2), "1 ") << lines[0];
+}
+
+TEST_F(IntegrityTest, MissingFileGivesAStatus) {
+  std::vector<AuditFinding> failures;
+  EXPECT_EQ(testArchive(path("missing.zip").c_str(), AuditReport{}, failures), AuditCannotOpen);
+}
+
+}  // namespace
+}  // namespace kxzef
