@@ -78,7 +78,7 @@ std::vector<AuditFinding> escapeFindings(const AuditReport& report, bool foldCas
     const int64_t index = static_cast<int64_t>(i);
     bool climbs = false;
     keys[i] = pathKey(name, foldCase, climbs);
-    if (climbs) findings.push_back({FindingKind::ParentComponent, index, "has a \"..\" component"});
+    if (climbs) findings.push_back({FindingKind::ParentComponent, index, "contains a '..' component"});
     if (keys[i].empty()) continue;
     const bool directory = namesDirectory(name);
     const auto [first, isNew] = firstWithPath.emplace(keys[i], i);

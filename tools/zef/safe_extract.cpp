@@ -95,14 +95,17 @@ class CreatedParents {
   ~CreatedParents() {
     for (auto made = made_.rbegin(); made != made_.rend(); ++made) rmdir(made->c_str());
   }
-  // Returns 0 or the errno of the directory that could not be made.
+  // Makes `path` and what is missing above it; returns 0 or an errno value.
   int make(const std::string& path) {
-    for (size_t i = 1; i <= path.size(); ++i) {
-      if (i < path.size() && path[i] != '/') continue;
-      const std::string prefix = path.substr(0, i);
-      if (mkdir(prefix.c_str(), 0777) == 0) made_.push_back(prefix);
-      else if (errno != EEXIST) return errno;
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0) return S_ISDIR(status.st_mode) ? 0 : ENOTDIR;
+    if (errno != ENOENT) return errno;
+    const std::string parent = splitPath(path).parent;
+    if (parent != path) {
+      if (int error = make(parent); error != 0) return error;
     }
+    if (mkdir(path.c_str(), 0777) != 0) return errno == EEXIST ? 0 : errno;
+    made_.push_back(path);
     return 0;
   }
   void keep() { made_.clear(); }
