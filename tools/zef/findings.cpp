@@ -83,8 +83,10 @@ std::vector<AuditFinding> escapeFindings(const AuditReport& report, bool foldCas
     const bool directory = namesDirectory(name);
     const auto [first, isNew] = firstWithPath.emplace(keys[i], i);
     if (!isNew && !(directory && namesDirectory(libraryName(report.entries[first->second].name)))) {
+      const bool sameName = report.entries[first->second].name == report.entries[i].name;
       findings.push_back({FindingKind::NameCollision, index,
-                          "is written to the same path as " + quotedEntry(report, first->second)});
+                          sameName ? "appears twice in the archive"
+                                   : "is written to the same path as " + quotedEntry(report, first->second)});
     }
     if (!directory) nonDirectories.emplace(keys[i], i);
   }
@@ -123,7 +125,10 @@ std::string quotedEntry(const AuditReport& report, int64_t index) {
 std::string findingLine(const AuditReport& report, const AuditFinding& finding) {
   const std::string cause = finding.detail.empty() ? kxzef::findingText(finding.kind) : finding.detail;
   const std::string subject = quotedEntry(report, finding.entryIndex);
-  return subject.empty() ? cause : subject + " " + cause;
+  if (!subject.empty()) return subject + " " + cause;
+  // Findings about the whole archive are mostly worded as what it does
+  // ("spans several disks"); some are sentences of their own.
+  return cause.rfind("the ", 0) == 0 ? cause : "the archive " + cause;
 }
 
 }  // namespace zef

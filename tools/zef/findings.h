@@ -37,7 +37,8 @@ std::vector<kxzef::AuditFinding> escapeFindings(const kxzef::AuditReport& report
 std::vector<kxzef::AuditFinding> refusals(const kxzef::AuditReport& report, bool trust, bool foldCase);
 
 // One line for `finding`: the entry's name quoted, a blank and the cause in
-// plain words; the cause alone for a finding about the whole archive.
+// plain words; for a finding about the whole archive, the cause with "the
+// archive" in front where it needs a subject.
 std::string findingLine(const kxzef::AuditReport& report, const kxzef::AuditFinding& finding);
 
 // The quoted name of entry `index`, "" for -1 or an index out of range.
