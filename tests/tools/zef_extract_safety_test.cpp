@@ -277,7 +277,10 @@ TEST_F(ZefExtractSafety, CheckTestAndListReportEveryProblemWithExitOne) {
       {"check fewer.zef", 1, "the end record counts 1 entry, the directory holds 3\n",
        "zef: fewer.zef: 1 finding in 3 entries\n"},
       {"check --max-size=1Q fewer.zef", 2, "", "zef: --max-size needs a number of bytes, not '--max-size=1Q'\n"},
+      {"list fifo", 1, "", "zef: fifo: is not a regular file\n"},  // refused, not waited on
+      {"extract fifo -d dest", 1, "", "zef: fifo: is not a regular file\n"},
   };
+  ASSERT_EQ(mkfifo("fifo", 0600), 0);
   for (const auto& row : rows) {
     const ToolRun run = zef(row.arguments);
     EXPECT_EQ(run.status, row.status) << row.arguments;

@@ -31,7 +31,8 @@ std::string ArchiveFile::open(const std::string& name) {
   if (fd_ < 0 && errno == ENOENT) {
     opened = name + ArchiveSuffix;
     fd_ = openForReading(opened);
-    if (fd_ < 0 && errno == ENOENT) return "no such file (nor '" + opened + "')";
+    missing_ = fd_ < 0 && errno == ENOENT;
+    if (missing_) return "no such file (nor '" + opened + "')";
   }
   if (fd_ < 0) return std::strerror(errno);
   struct stat status {};

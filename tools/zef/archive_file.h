@@ -25,11 +25,14 @@ class ArchiveFile {
   // that is readable, otherwise the name it was opened under.
   const std::string& path() const { return path_; }
   uint64_t size() const { return size_; }
+  // True after open() found neither name.
+  bool missing() const { return missing_; }
 
  private:
   int fd_ = -1;
   std::string path_;
   uint64_t size_ = 0;
+  bool missing_ = false;
 };
 
 }  // namespace zef

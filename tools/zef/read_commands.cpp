@@ -89,6 +89,12 @@ int listCommand(const std::vector<std::string>& args) {
   if (args.size() != 1) return usageError("list", args.empty() ? "no ARCHIVE given" : "too many arguments");
   const std::string& name = args[0];
   if (name.size() > 1 && name[0] == '-') return usageError("list", "unknown option '" + name + "'");
+  // A FIFO or device is refused before the library waits on it; a missing
+  // archive is the library's to report.
+  ArchiveFile archive;
+  if (std::string problem = archive.open(name); !problem.empty() && !archive.missing()) {
+    return failure(name + ": " + problem);
+  }
   std::unique_ptr<ZEFArchReader> reader(getZipReader());
   if (!reader) return failure("cannot make a reader for '" + name + "'");
   // The handler stays counting for the rest of the run; only this listing prints rows.
@@ -97,8 +103,6 @@ int listCommand(const std::vector<std::string>& args) {
   std::fflush(stdout);
   // The library lists what the end record counts and stops at the first
   // damaged header without saying so in its result: compare with the audit.
-  ArchiveFile archive;
-  if (std::string problem = archive.open(name); !problem.empty()) return failure(name + ": " + problem);
   kxzef::AuditReport report;
   kxzef::AuditOptions options;  // no size limit: listing writes nothing
   const int status = kxzef::auditArchive(archive.path().c_str(), options, report);
