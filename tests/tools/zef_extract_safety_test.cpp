@@ -2,11 +2,13 @@
 // refused or failed extraction leaves every byte where it was, nothing is
 // ever written outside the destination, and what is extracted is complete.
 #include <gtest/gtest.h>
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,8 +18,8 @@
 namespace {
 
 namespace fs = std::filesystem;
-using kxzef::testing::HandEntry;
 using kxzef::testing::buildArchive;
+using kxzef::testing::HandEntry;
 using kxzef::testing::storedEntry;
 using ZefExtractSafety = kxzef::testing::TempDirTest;
 
@@ -48,11 +50,6 @@ HandEntry link(const std::string& name, const std::string& target) {
   return entry;
 }
 
-HandEntry withMethod(HandEntry entry, uint64_t method) {
-  entry.method = method;
-  return entry;
-}
-
 // Every path below the test directory with its type, mode, size and content
 // or link target; zef's own output files left out.
 std::string snapshot() {
@@ -70,12 +67,11 @@ std::string snapshot() {
   return text;
 }
 
-// One hostile archive: why it is hostile, how it is built (`outside` is the
-// absolute path of a directory beside the destination), the options, and the
-// lines zef must end its standard error with.
+// One hostile archive: why it is hostile, its bytes, zef's options, and the
+// lines zef must end its standard error with (each after "zef: hostile.zef: ").
 struct HostileCase {
   const char* reason;
-  std::function<std::string(const std::string& outside)> build;
+  std::string archive;
   const char* options;
   std::vector<std::string> lines;
 };
@@ -96,11 +92,11 @@ std::string sharingOneHeader() {
   return buildArchive(entries);
 }
 
-const char Refused[] = "zef: hostile.zef: refused for 1 finding; nothing was extracted";
-const char RefusedTrustable[] = "zef: hostile.zef: refused for 1 finding; nothing was extracted (--trust extracts it anyway)";
+const char Refused[] = "refused for 1 finding; nothing was extracted";
+const char Trustable[] = "refused for 1 finding; nothing was extracted (--trust extracts it anyway)";
 
-std::vector<HostileCase> hostileCases() {
-  const auto one = [](HandEntry entry) { return [entry](const std::string&) { return buildArchive({entry}); }; };
+// `out` is the absolute path of a directory beside the destination.
+std::vector<HostileCase> hostileCases(const std::string& out) {
   HandEntry crc = storedEntry("b.bin", "checked data");
   crc.crc ^= 1;
   HandEntry encrypted = storedEntry("e.txt", "ciphertext");
@@ -110,56 +106,58 @@ std::vector<HostileCase> hostileCases() {
   HandEntry cut = kxzef::testing::deflatedEntry("t.bin", kxzef::testing::sampleText(4000));
   cut.data.resize(cut.data.size() / 2);
   cut.compressedSize = cut.data.size();
+  HandEntry lzma = storedEntry("a.txt", "x");
+  lzma.method = 14;
+  // clang-format off
   return {
-      {"a parent component climbs out", one(storedEntry("../x", "up")), "",
-       {"zef: hostile.zef: '../x' contains a '..' component", Refused}},
-      {"one climbs out after going down", one(storedEntry("a/../../x", "up")), "--trust",
-       {"zef: hostile.zef: 'a/../../x' contains a '..' component", Refused}},
-      {"an absolute name", one(storedEntry("/abs/x", "root")), "",
-       {"zef: hostile.zef: '/abs/x' is an absolute path", RefusedTrustable}},
-      {"backslashes climb out where they are separators", one(storedEntry("..\\..\\x", "up")), "--trust",
-       {"zef: hostile.zef: '..\\\\..\\\\x' contains a '..' component", Refused}},
-      {"a file written through a link entry",
-       [](const std::string& out) { return buildArchive({link("d", out), storedEntry("d/evil", "x")}); }, "",
-       {"zef: hostile.zef: 'd/evil' passes through the link entry 'd'", Refused}},
-      {"a directory made through a link entry, even trusted",
-       [](const std::string& out) { return buildArchive({link("d", out), storedEntry("d/made/", "")}); }, "--trust",
-       {"zef: hostile.zef: 'd/made/' lies below 'd', which is no directory", Refused}},
-      {"a file of a link's name would be written through it",
-       [](const std::string& out) { return buildArchive({link("l", out + "/target"), storedEntry("l", "x")}); },
-       "--trust", {"zef: hostile.zef: 'l' appears twice in the archive", Refused}},
-      {"eight records extract one local entry eight times", [](const std::string&) { return sharingOneHeader(); }, "",
-       {"zef: hostile.zef: 'copy7' shares its local header with 'copy0'",
-        "zef: hostile.zef: refused for 14 findings; nothing was extracted (--trust extracts it anyway)"}},
-      {"the end record hides entries", [](const std::string&) { return countingFewer(); }, "",
-       {"zef: hostile.zef: the end record counts 1 entry, the directory holds 3", RefusedTrustable}},
-      {"the end record hides entries, trusted", [](const std::string&) { return countingFewer(); }, "--trust",
-       {"zef: hostile.zef: 'b' was not extracted: the end record counts 1 entry, the directory holds 3; nothing was installed"}},
-      {"encrypted data would be written as ciphertext", one(encrypted), "",
-       {"zef: hostile.zef: 'e.txt' is encrypted", RefusedTrustable}},
-      {"LZMA data cannot be read", one(withMethod(storedEntry("a.txt", "x"), 14)), "--trust",
-       {"zef: hostile.zef: 'a.txt' uses LZMA, which is not supported; nothing was installed"}},
-      {"a set-user-ID program", one(setuid), "", {"zef: hostile.zef: 's' has the set-user-ID bit", RefusedTrustable}},
-      {"a wrong CRC", one(crc), "", {"zef: hostile.zef: 'b.bin' failed its CRC check; nothing was installed"}},
-      {"data that ends before its declared size", one(cut), "",
-       {"zef: hostile.zef: 't.bin' ends before its declared size; nothing was installed"}},
+      {"a parent component climbs out", buildArchive({storedEntry("../x", "up")}), "",
+       {"'../x' contains a '..' component", Refused}},
+      {"one climbs out after going down", buildArchive({storedEntry("a/../../x", "up")}), "--trust",
+       {"'a/../../x' contains a '..' component", Refused}},
+      {"an absolute name", buildArchive({storedEntry("/abs/x", "root")}), "",
+       {"'/abs/x' is an absolute path", Trustable}},
+      {"backslashes climb out where they are separators", buildArchive({storedEntry("..\\..\\x", "up")}), "--trust",
+       {"'..\\\\..\\\\x' contains a '..' component", Refused}},
+      {"a file written through a link entry", buildArchive({link("d", out), storedEntry("d/evil", "x")}), "",
+       {"'d/evil' passes through the link entry 'd'", Refused}},
+      {"a directory made through a link entry, trusted", buildArchive({link("d", out), storedEntry("d/made/", "")}),
+       "--trust", {"'d/made/' lies below 'd', which is no directory", Refused}},
+      {"a file of a link's name, written through it", buildArchive({link("l", out + "/t"), storedEntry("l", "x")}),
+       "--trust", {"'l' appears twice in the archive", Refused}},
+      {"eight records extract one local entry eight times", sharingOneHeader(), "",
+       {"'copy7' shares its local header with 'copy0'",
+        "refused for 14 findings; nothing was extracted (--trust extracts it anyway)"}},
+      {"the end record hides entries", countingFewer(), "",
+       {"the end record counts 1 entry, the directory holds 3", Trustable}},
+      {"the end record hides entries, trusted", countingFewer(), "--trust",
+       {"'b' was not extracted: the end record counts 1 entry, the directory holds 3; nothing was installed"}},
+      {"encrypted data would be written as ciphertext", buildArchive({encrypted}), "",
+       {"'e.txt' is encrypted", Trustable}},
+      {"LZMA data cannot be read", buildArchive({lzma}), "--trust",
+       {"'a.txt' uses LZMA, which is not supported; nothing was installed"}},
+      {"a set-user-ID program", buildArchive({setuid}), "", {"'s' has the set-user-ID bit", Trustable}},
+      {"a wrong CRC", buildArchive({crc}), "", {"'b.bin' failed its CRC check; nothing was installed"}},
+      {"data that ends before its declared size", buildArchive({cut}), "",
+       {"'t.bin' ends before its declared size; nothing was installed"}},
   };
+  // clang-format on
 }
 
 TEST_F(ZefExtractSafety, HostileArchivesChangeNothingOnDisk) {
   writeFile("dest/keep.txt", "the user's file");
   writeFile("outside/untouched", "beside the destination");
-  for (const HostileCase& row : hostileCases()) {
-    writeFile("hostile.zef", row.build(path("outside")));
+  for (const HostileCase& row : hostileCases(path("outside"))) {
+    writeFile("hostile.zef", row.archive);
     const std::string before = snapshot();
     const ToolRun run = zef(std::string("extract hostile.zef -d dest ") + row.options);
     EXPECT_EQ(run.status, 1) << row.reason;
     EXPECT_EQ(snapshot(), before) << row.reason;
-    for (const std::string& line : row.lines) EXPECT_NE(run.err.find(line + "\n"), std::string::npos) << row.reason << ": " << run.err;
-    EXPECT_EQ(lastLine(run.err), row.lines.back()) << row.reason;
+    for (const std::string& line : row.lines) {
+      EXPECT_NE(run.err.find("zef: hostile.zef: " + line + "\n"), std::string::npos) << row.reason << ": " << run.err;
+    }
+    EXPECT_EQ(lastLine(run.err), "zef: hostile.zef: " + row.lines.back()) << row.reason;
   }
 }
-
 
 // A small application: a directory, a program, a file the user may edit, a link.
 std::string application(const std::string& version) {
@@ -244,8 +242,9 @@ TEST_F(ZefExtractSafety, FailedExtractionLeavesNoNewDirectories) {
   EXPECT_FALSE(fs::exists("new"));
   const ToolRun limited = zef("extract bad.zef -d dest --max-size=4");
   EXPECT_EQ(limited.status, 1);
-  EXPECT_EQ(limited.err, "zef: bad.zef: the archive declares 16 bytes in all, more than the limit of 4\n"
-                         "zef: bad.zef: refused for 1 finding; nothing was extracted\n");
+  EXPECT_EQ(limited.err,
+            "zef: bad.zef: the archive declares 16 bytes in all, more than the limit of 4\n"
+            "zef: bad.zef: refused for 1 finding; nothing was extracted\n");
   EXPECT_FALSE(fs::exists("dest"));
 }
 
@@ -255,6 +254,59 @@ TEST_F(ZefExtractSafety, FlatExtractionMakesOnlyLinksInTheDestination) {
   EXPECT_EQ(fs::read_symlink("flat/conf"), "../etc/app.conf");
   EXPECT_FALSE(fs::exists("flat/app"));
   EXPECT_FALSE(fs::exists("conf"));
+}
+
+TEST_F(ZefExtractSafety, AskDeclinesOneFileAndInstallsTheRest) {
+  writeFile("v1.zef", application("1"));
+  writeFile("v2.zef", application("2"));
+  ASSERT_EQ(zef("extract v1.zef -d dest").status, 0);
+  writeFile("dest/app/etc/app.conf", "edited by the user\n");
+  writeFile("answers", "y\ny\nn\n");  // asked in name order: app/bin/conf, app/bin/run, app/etc/app.conf
+  const int status = kxzef::testing::runCommand(std::string(ZEF_PROGRAM) +
+                                                " extract v2.zef -d dest --ask <answers >zef.out 2>zef.err");
+  ASSERT_EQ(status, 0) << readFile("zef.err");
+  const std::string err = readFile("zef.err");
+  EXPECT_NE(err.find("The file 'dest/app/etc/app.conf' exists. Overwrite ? [y]es, [n]o, [A]ll:"), std::string::npos);
+  int asked = 0;
+  for (size_t at = err.find("Overwrite ?"); at != std::string::npos; at = err.find("Overwrite ?", at + 1)) ++asked;
+  EXPECT_EQ(asked, 3) << err;
+  EXPECT_EQ(readFile("dest/app/bin/run"), "#!/bin/sh\necho 2\n");
+  EXPECT_EQ(readFile("dest/app/etc/app.conf"), "edited by the user\n");
+}
+
+TEST_F(ZefExtractSafety, FileWhereANonEmptyDirectoryStandsChangesNothing) {
+  writeFile("v1.zef", buildArchive({storedEntry("new.txt", "new"), storedEntry("data", "a file now")}));
+  writeFile("dest/data/kept", "the user's data");
+  const std::string before = snapshot();
+  const ToolRun run = zef("extract v1.zef -d dest");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err,
+            "zef: v1.zef: 'dest/data' is a directory that is not empty, where the archive has a file; "
+            "nothing was installed\n");
+  EXPECT_EQ(snapshot(), before);
+}
+
+TEST_F(ZefExtractSafety, TerminationWhileAskingRemovesTheStagingDirectory) {
+  writeFile("v1.zef", application("1"));
+  ASSERT_EQ(zef("extract v1.zef -d dest").status, 0);
+  const std::string before = snapshot();
+  ASSERT_EQ(mkfifo("answers", 0600), 0);
+  ASSERT_EQ(kxzef::testing::runCommand(std::string(ZEF_PROGRAM) +
+                                       " extract v1.zef -d dest --ask <answers 2>asked & echo $! >pid"),
+            0);
+  const int answers = open("answers", O_WRONLY);  // zef is waiting for its answer once "asked" shows the question
+  ASSERT_GE(answers, 0);
+  for (int wait = 0; wait < 1000 && readFile("asked").find("Overwrite ?") == std::string::npos; ++wait) usleep(10000);
+  ASSERT_NE(readFile("asked").find("Overwrite ?"), std::string::npos);
+  const pid_t zef = std::stoi(readFile("pid"));
+  ASSERT_EQ(kill(zef, SIGTERM), 0);
+  for (int wait = 0; wait < 1000 && kill(zef, 0) == 0; ++wait) usleep(10000);
+  close(answers);
+  EXPECT_NE(readFile("asked").find("zef: interrupted; nothing was installed\n"), std::string::npos);
+  fs::remove("asked");
+  fs::remove("pid");
+  fs::remove("answers");
+  EXPECT_EQ(snapshot(), before);
 }
 
 TEST_F(ZefExtractSafety, CheckTestAndListReportEveryProblemWithExitOne) {

@@ -53,7 +53,8 @@ int examine(const std::string& command, const std::vector<std::string>& args, bo
   CheckRequest request;
   if (int status = parse(command, args, request); status != ExitOk) return status;
   ArchiveFile archive;
-  if (std::string problem = archive.open(request.archive); !problem.empty()) return failure(request.archive + ": " + problem);
+  if (std::string problem = archive.open(request.archive); !problem.empty())
+    return failure(request.archive + ": " + problem);
   kxzef::AuditOptions options;
   options.maxTotalSize = request.limitGiven ? request.maxTotalSize : kxzef::defaultMaxTotalSize(archive.size());
   kxzef::AuditReport report;

@@ -25,8 +25,11 @@ int parse(const std::vector<std::string>& args, ExtractRequest& request) {
   bool optionsEnded = false;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
-    bool* flag = arg == "--ask" ? &request.ask : arg == "--flat" ? &request.flat
-               : arg == "--trust" ? &request.trust : arg == "--replace" ? &request.replace : nullptr;
+    bool* flag = arg == "--ask"       ? &request.ask
+                 : arg == "--flat"    ? &request.flat
+                 : arg == "--trust"   ? &request.trust
+                 : arg == "--replace" ? &request.replace
+                                      : nullptr;
     if (!optionsEnded && arg == "--") {
       optionsEnded = true;
     } else if (!optionsEnded && arg == "-d") {
@@ -107,7 +110,8 @@ int listCommand(const std::vector<std::string>& args) {
   kxzef::AuditOptions options;  // no size limit: listing writes nothing
   const int status = kxzef::auditArchive(archive.path().c_str(), options, report);
   bool mismatch = status != kxzef::AuditOk || listedLines != expectedLines(report);
-  for (const kxzef::AuditFinding& finding : report.findings) mismatch |= finding.kind == kxzef::FindingKind::CountMismatch;
+  for (const kxzef::AuditFinding& finding : report.findings)
+    mismatch |= finding.kind == kxzef::FindingKind::CountMismatch;
   return mismatch ? failure(incompleteListing(name, status, report)) : ExitOk;
 }
 

@@ -62,10 +62,13 @@ PathSplit splitPath(std::string path) {
 bool foldsCase(int parentFd, const std::string& name) {
   std::string swapped = name;
   for (char& c : swapped) {
-    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
-    else if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    if (c >= 'a' && c <= 'z')
+      c = static_cast<char>(c - 'a' + 'A');
+    else if (c >= 'A' && c <= 'Z')
+      c = static_cast<char>(c - 'A' + 'a');
   }
-  struct stat own {}, other {};
+  struct stat own {
+  }, other{};
   return fstatat(parentFd, name.c_str(), &own, AT_SYMLINK_NOFOLLOW) == 0 &&
          fstatat(parentFd, swapped.c_str(), &other, AT_SYMLINK_NOFOLLOW) == 0 && own.st_ino == other.st_ino &&
          own.st_dev == other.st_dev;
@@ -126,10 +129,10 @@ struct Staging {
     name.clear();
     return error;
   }
-  Fd parent;           // the directory it lies in
+  Fd parent;  // the directory it lies in
   std::string parentPath;
-  std::string name;    // "" until made
-  std::string path;    // the library's root, less its "/"
+  std::string name;  // "" until made
+  std::string path;  // the library's root, less its "/"
   Fd fd;
 };
 
@@ -305,7 +308,8 @@ int Extraction::prepare() {
 int Extraction::extractNamed(ZEFArchReader& reader) {
   for (const std::string& name : request_.entries) {
     const int result = reader.extractEntry(name.c_str(), false);
-    if (result == kxzef::EntryNotFound) return fail(kxzef::quotedName(name) + " is not in the archive" + NothingInstalled);
+    if (result == kxzef::EntryNotFound)
+      return fail(kxzef::quotedName(name) + " is not in the archive" + NothingInstalled);
     if (result != kxzef::EntryExtracted) return failedExtraction();
   }
   return ExitOk;
@@ -337,7 +341,8 @@ int Extraction::extractStaged() {
 // The library stops at the first entry it fails on: the first one not on
 // disk as declared is the best guess when neither audit nor test names one.
 int Extraction::failedExtraction() const {
-  const CheckProblem problem = request_.flat ? CheckProblem{} : checkStaged(staging_.fd.get(), report_, selected_, false);
+  const CheckProblem problem =
+      request_.flat ? CheckProblem{} : checkStaged(staging_.fd.get(), report_, selected_, false);
   return fail(explain(problem.entryIndex, "could not be extracted") + NothingInstalled);
 }
 
@@ -369,13 +374,15 @@ std::string Extraction::explain(int64_t index, const std::string& observation) c
   }
   if (first) return findingLine(report_, *first);
   const std::string subject = quotedEntry(report_, index);
-  if (archiveWide) return (subject.empty() ? "" : subject + " " + observation + ": ") + findingLine(report_, *archiveWide);
+  if (archiveWide)
+    return (subject.empty() ? "" : subject + " " + observation + ": ") + findingLine(report_, *archiveWide);
   if (!subject.empty()) return subject + " " + observation;
   return "the extraction failed (the library's messages above say where)";
 }
 
 int Extraction::installFresh() {
-  if (fchmod(staging_.fd.get(), 0777 & ~currentUmask()) != 0) return fail(std::string("cannot set the mode of the staging directory: ") + std::strerror(errno));
+  if (fchmod(staging_.fd.get(), 0777 & ~currentUmask()) != 0)
+    return fail(std::string("cannot set the mode of the staging directory: ") + std::strerror(errno));
   const std::string name = splitPath(request_.destination).name;
   const int error = renameNoReplace(staging_.parent.get(), staging_.name, name);
   if (error == 0) {
@@ -383,7 +390,8 @@ int Extraction::installFresh() {
     parents_.keep();
     return ExitOk;
   }
-  if (error != EEXIST && error != ENOTEMPTY) return fail("cannot move the extracted tree into place: " + std::string(std::strerror(error)) + NothingInstalled);
+  if (error != EEXIST && error != ENOTEMPTY)
+    return fail("cannot move the extracted tree into place: " + std::string(std::strerror(error)) + NothingInstalled);
   // Something took the name meanwhile: merge into it as into any existing directory.
   Fd destination = openDirectory(staging_.parent.get(), name);
   if (!destination.valid()) return fail("'" + request_.destination + "' is not a directory" + NothingInstalled);

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -100,15 +101,20 @@ class Planner {
  private:
   std::string placeChild(int destinationFd, const std::string& relative, const Child& child,
                          std::vector<std::string>& merged);
+  // Plans moving `name` into the directory being walked.
+  std::string addStep(int destinationFd, const std::string& relative, const std::string& name, bool exchange);
 
   const std::string& shown_;
   const ReplaceQuestion& mayReplace_;
   MergePlan& plan_;
+  size_t checkedDirectory_ = SIZE_MAX;
 };
 
 std::string Planner::walk(int stageFd, int destinationFd, const std::string& relative) {
   std::vector<Child> children;
   if (int error = listDirectory(stageFd, children); error != 0) return systemProblem("read", relative, error);
+  // In name order, so that --ask asks in an order the user can follow.
+  std::sort(children.begin(), children.end(), [](const Child& a, const Child& b) { return a.name < b.name; });
   plan_.directories.push_back(relative);
   std::vector<std::string> merged;
   for (const Child& child : children) {
@@ -126,13 +132,11 @@ std::string Planner::walk(int stageFd, int destinationFd, const std::string& rel
 
 std::string Planner::placeChild(int destinationFd, const std::string& relative, const Child& child,
                                 std::vector<std::string>& merged) {
-  const size_t directory = plan_.directories.size() - 1;
   const std::string shown = joined(shown_, joined(relative, child.name));
   struct stat existing {};
   if (fstatat(destinationFd, child.name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno != ENOENT) return systemProblem("examine", shown, errno);
-    plan_.steps.push_back({directory, child.name, false});
-    return "";
+    return addStep(destinationFd, relative, child.name, false);
   }
   const bool existingDirectory = S_ISDIR(existing.st_mode);
   if (child.directory && existingDirectory) {
@@ -142,7 +146,21 @@ std::string Planner::placeChild(int destinationFd, const std::string& relative, 
   if (existingDirectory && !isEmptyDirectory(destinationFd, child.name)) {
     return "'" + shown + "' is a directory that is not empty, where the archive has a file";
   }
-  if (!mayReplace_ || mayReplace_(shown)) plan_.steps.push_back({directory, child.name, child.directory != existingDirectory});
+  if (mayReplace_ && !mayReplace_(shown)) return "";
+  return addStep(destinationFd, relative, child.name, child.directory != existingDirectory);
+}
+
+std::string Planner::addStep(int destinationFd, const std::string& relative, const std::string& name, bool exchange) {
+  const size_t directory = plan_.directories.size() - 1;
+  // A directory the user cannot write to would stop the moves half-way: find it now.
+  if (checkedDirectory_ != directory) {
+    if (faccessat(destinationFd, ".", W_OK | X_OK, AT_EACCESS) != 0) {
+      const std::string shown = joined(shown_, relative);
+      return systemProblem("write into", shown.empty() ? "." : shown, errno);
+    }
+    checkedDirectory_ = directory;
+  }
+  plan_.steps.push_back({directory, name, exchange});
   return "";
 }
 

@@ -52,7 +52,7 @@ struct MergePlan {
   struct Step {
     size_t directory;  // index into directories
     std::string name;
-    bool exchange;     // a directory takes the place of a non-directory or the other way round
+    bool exchange;  // a directory takes the place of a non-directory or the other way round
   };
   std::vector<std::string> directories;
   std::vector<Step> steps;
