@@ -41,16 +41,17 @@ void require(bool promise, const char* what) {
 int quiet(const char* text) { return text == nullptr ? 0 : static_cast<int>(std::strlen(text)); }
 
 struct Sandbox {
-  std::string archive;      // the input, outside the guarded directory
-  std::string outside;      // where the planted links point
-  std::string guarded;      // the destination's parent: the only place that may change
+  std::string archive;  // the input, outside the guarded directory
+  std::string outside;  // where the planted links point
+  std::string guarded;  // the destination's parent: the only place that may change
   std::string destination;
   std::FILE* messages = nullptr;
 };
 
 Sandbox makeSandbox() {
   const char* scratch = std::getenv("TMPDIR");
-  std::string pattern = std::string(scratch != nullptr && *scratch != '\0' ? scratch : "/tmp") + "/zef-extract-fuzz-XXXXXX";
+  std::string pattern =
+      std::string(scratch != nullptr && *scratch != '\0' ? scratch : "/tmp") + "/zef-extract-fuzz-XXXXXX";
   require(mkdtemp(pattern.data()) != nullptr, "a scratch directory");
   char real[4096];
   require(realpath(pattern.c_str(), real) != nullptr, "its real path");
@@ -133,6 +134,45 @@ void checkEntries(const Sandbox& box, const kxzef::AuditReport& report) {
   }
 }
 
+// Nothing but the destination is left beside it: no staging directory, no old tree.
+void requireOnlyDestination(const Sandbox& box) {
+  DIR* stream = opendir(box.guarded.c_str());
+  require(stream != nullptr, "the guarded directory still there");
+  while (const dirent* entry = readdir(stream)) {
+    const std::string name = entry->d_name;
+    require(name == "." || name == ".." || name == "dest", "nothing left beside the destination");
+  }
+  closedir(stream);
+}
+
+// Extracts as zef would, then with --trust when that was refused or failed.
+// Returns zef's status.
+int extractGuarded(const Sandbox& box, int placement, const std::string& before, uint64_t plantedBytes) {
+  ExtractRequest request;
+  request.archive = box.archive;
+  request.destination = box.destination;
+  request.replace = placement == 2;
+  request.flat = placement == 3;
+  request.limitGiven = true;
+  request.maxTotalSize = SizeLimit;
+  kxzef::fuzz::guardWritesBelow(box.guarded);
+  int status = ExitFailure;
+  for (bool trust : {false, true}) {
+    request.trust = trust;
+    status = safeExtract(request, box.messages);
+    uint64_t bytes = 0;
+    const std::string after = snapshot(box.guarded, bytes);
+    if (status == ExitOk) {
+      require(bytes <= SizeLimit + plantedBytes, "output within the size limit");
+      requireOnlyDestination(box);
+      break;
+    }
+    require(after == before, "a refused or failed extraction changes nothing");
+  }
+  kxzef::fuzz::guardWritesBelow("");
+  return status;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -145,34 +185,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (placement == 1 || placement == 2) plantDestination(box);
   uint64_t plantedBytes = 0;
   const std::string before = snapshot(box.guarded, plantedBytes);
-
-  kxzef::fuzz::guardWritesBelow(box.guarded);
-  ExtractRequest request;
-  request.archive = box.archive;
-  request.destination = box.destination;
-  request.replace = placement == 2;
-  request.flat = placement == 3;
-  request.limitGiven = true;
-  request.maxTotalSize = SizeLimit;
-  int status = ExitFailure;
-  for (bool trust : {false, true}) {
-    request.trust = trust;
-    status = safeExtract(request, box.messages);
-    uint64_t bytes = 0;
-    const std::string after = snapshot(box.guarded, bytes);
-    if (status == ExitOk) {
-      require(bytes <= SizeLimit + plantedBytes, "output within the size limit");
-      break;
-    }
-    require(after == before, "a refused or failed extraction changes nothing");
-  }
-  kxzef::fuzz::guardWritesBelow("");
-  if (status != ExitOk || request.flat) return 0;
+  if (extractGuarded(box, placement, before, plantedBytes) != ExitOk || placement == 3) return 0;
 
   kxzef::AuditReport report;
   kxzef::AuditOptions options;
   options.maxTotalSize = SizeLimit;
-  require(kxzef::auditArchive(box.archive.c_str(), options, report) == kxzef::AuditOk, "an archive extracted was audited");
+  require(kxzef::auditArchive(box.archive.c_str(), options, report) == kxzef::AuditOk,
+          "an archive extracted was audited");
   require(report.totalUncompressed <= SizeLimit, "the declared total within the limit");
   checkEntries(box, report);
   return 0;

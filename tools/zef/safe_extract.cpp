@@ -308,8 +308,9 @@ int Extraction::prepare() {
 int Extraction::extractNamed(ZEFArchReader& reader) {
   for (const std::string& name : request_.entries) {
     const int result = reader.extractEntry(name.c_str(), false);
-    if (result == kxzef::EntryNotFound)
+    if (result == kxzef::EntryNotFound) {
       return fail(kxzef::quotedName(name) + " is not in the archive" + NothingInstalled);
+    }
     if (result != kxzef::EntryExtracted) return failedExtraction();
   }
   return ExitOk;
