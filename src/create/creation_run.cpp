@@ -36,7 +36,6 @@ namespace {
 
 constexpr mode_t KeptModeBits = 0xF1FF;  // type and rwx bits; set-id and sticky bits are dropped
 constexpr size_t NotPrefetched = SIZE_MAX;  // the input index of a file a link queued
-constexpr uint32_t LargestDataWrite = 1U << 30;
 
 struct FreeDeleter {
   void operator()(char* buffer) const { std::free(buffer); }
@@ -299,12 +298,16 @@ const PrefetchedEntry* CreationRun::takePrefetched(const struct stat& first) {
   return target_.prefetch->take(inputIndex_, first);
 }
 
-// The same write failure, and message, as the inline path would meet.
+// Handed over one output buffer at a time. After a failed write a deflating
+// core still holds its stream's last bytes and tries them again when the
+// entry is closed; the piece that failed is handed over again to leave the
+// core the same way, so the close fails or succeeds as it would inline.
 int CreationRun::writePrefetched(const PrefetchedEntry& entry, const std::string& key) {
   for (uint64_t done = 0; done < entry.size;) {
-    const uint32_t piece = static_cast<uint32_t>(std::min<uint64_t>(entry.size - done, LargestDataWrite));
+    const uint32_t piece = static_cast<uint32_t>(std::min<uint64_t>(entry.size - done, WriteBufferSize));
     if (target_.archive.writeEntryData(entry.data + done, piece) < 0) {
       report(ZEFARCHIVER_ERROR_WRITING_FILE, key);
+      if (target_.compressionLevel != 0) target_.archive.writeEntryData(entry.data + done, piece);
       return StatusIoError;
     }
     done += piece;

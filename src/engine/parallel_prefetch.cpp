@@ -7,6 +7,8 @@
 #include "engine/parallel_prefetch.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -103,6 +105,22 @@ bool copyFile(int fd, unsigned char* out, uint64_t capacity, PrefetchedEntry& en
   return true;
 }
 
+// Blocks every signal on this thread for as long as it lives.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &previous_);
+  }
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t previous_;
+};
+
 bool sameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
          a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
@@ -125,6 +143,7 @@ void ParallelPrefetch::begin(std::vector<std::string> sources, int level) {
   held_ = 0;
   peakHeld_ = 0;
   stopping_ = false;
+  const SignalsBlocked inherited;  // by the workers, so signals reach the calling thread
   for (unsigned i = 0; i < workerCount_; ++i) {
     try {
       threads_.emplace_back(&ParallelPrefetch::work, this);
@@ -150,6 +169,16 @@ void ParallelPrefetch::end() {
 uint64_t ParallelPrefetch::peakHeld() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   return peakHeld_;
+}
+
+void ParallelPrefetch::settle() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  changed_.wait(lock, [this] {
+    for (const Slot& slot : slots_) {
+      if (slot.state == SlotState::Opening || slot.state == SlotState::Working) return false;
+    }
+    return threads_.empty() || !claimable();
+  });
 }
 
 const PrefetchedEntry* ParallelPrefetch::take(size_t index, const struct stat& seen) {

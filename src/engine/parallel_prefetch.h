@@ -47,6 +47,10 @@ class ParallelPrefetch : public EntryPrefetch {
   // The most bytes of output buffers held at once since begin(); for tests.
   uint64_t peakHeld() const;
 
+  // Waits until no worker is reading or compressing and none may start
+  // another input before the run moves on; for tests.
+  void settle();
+
  private:
   enum class SlotState { Free, Opening, WaitingMemory, Working, Done, Failed, Cancelled };
   struct Slot {
