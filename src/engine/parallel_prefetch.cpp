@@ -7,17 +7,15 @@
 #include "engine/parallel_prefetch.h"
 
 #include <fcntl.h>
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <new>
-#include <system_error>
 #include <utility>
 
 #include <zlib.h>
 
+#include "engine/worker_threads.h"
 #include "zip/zlib_stream.h"
 
 namespace kxzef {
@@ -105,22 +103,6 @@ bool copyFile(int fd, unsigned char* out, uint64_t capacity, PrefetchedEntry& en
   return true;
 }
 
-// Blocks every signal on this thread for as long as it lives.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_BLOCK, &all, &previous_);
-  }
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t previous_;
-};
-
 bool sameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
          a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
@@ -143,24 +125,11 @@ void ParallelPrefetch::begin(std::vector<std::string> sources, int level) {
   held_ = 0;
   peakHeld_ = 0;
   stopping_ = false;
-  const SignalsBlocked inherited;  // by the workers, so signals reach the calling thread
-  for (unsigned i = 0; i < workerCount_; ++i) {
-    try {
-      threads_.emplace_back(&ParallelPrefetch::work, this);
-    } catch (const std::system_error&) {
-      break;  // fewer workers, or none: the run does the rest itself
-    }
-  }
+  startWorkers(workerCount_, threads_, [this] { work(); });
 }
 
 void ParallelPrefetch::end() {
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    stopping_ = true;
-  }
-  changed_.notify_all();
-  for (std::thread& thread : threads_) thread.join();
-  threads_.clear();
+  stopWorkers(mutex_, changed_, stopping_, threads_);
   slots_.clear();
   sources_.clear();
   held_ = 0;

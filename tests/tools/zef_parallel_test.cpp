@@ -31,8 +31,8 @@ class ZefParallel : public kxzef::testing::TempDirTest {
     const int status = runCommand(prefix + " " + ZEF_PROGRAM + " " + arguments + " </dev/null >/dev/null 2>'" +
                                   path("zef.err") + "'");
     // The temporary file's name is random; the rest must match.
-    const std::regex temporary("zef-tmp-[A-Za-z0-9]{6}");
-    return ToolRun{status, std::regex_replace(readFile(path("zef.err")), temporary, "zef-tmp-XXXXXX")};
+    const std::regex temporary("zef-(tmp|stage)-[A-Za-z0-9]{6}");
+    return ToolRun{status, std::regex_replace(readFile(path("zef.err")), temporary, "zef-$1-XXXXXX")};
   }
 
   // Directories (one empty), links to a file and to a directory, many small
@@ -49,6 +49,14 @@ class ZefParallel : public kxzef::testing::TempDirTest {
     ASSERT_EQ(mkdir("tree/empty", 0700), 0);
     ASSERT_EQ(symlink("d1/f001", "tree/file-link"), 0);
     ASSERT_EQ(symlink("d2", "tree/dir-link"), 0);
+  }
+
+  // What `root` holds: each path with its type, mode and link target, and
+  // each file's size and time (the others get the time they were made at).
+  std::string listing(const std::string& root) const {
+    runCommand("cd '" + root + "' && { find . ! -type f -printf '%p %y %m %l\\n'; find . -type f -printf "
+               "'%p %m %s %T@\\n'; } | sort >'" + path("listing.txt") + "'");
+    return readFile(path("listing.txt"));
   }
 };
 
@@ -84,6 +92,41 @@ TEST_F(ZefParallel, CreateFailsTheSameWayOnAnyNumberOfThreads) {
     EXPECT_EQ(parallel.err, single.err) << limit;
     EXPECT_FALSE(fs::exists("out.zef")) << limit;
   }
+}
+
+TEST_F(ZefParallel, ExtractMakesTheSameTreeOnAnyNumberOfThreads) {
+  makeTree();
+  ASSERT_EQ(zef("create -j 1 in.zef tree=app").status, 0) << readFile("zef.err");
+  ASSERT_EQ(zef("extract -j 1 in.zef -d one").status, 0) << readFile("zef.err");
+  const std::string single = listing("one");
+  EXPECT_NE(single.find("./app/file-link l 777"), std::string::npos) << single.substr(0, 300);
+  for (const char* jobs : {"-j 2", "--jobs=3", ""}) {
+    fs::remove_all("many");
+    ASSERT_EQ(zef(std::string("extract ") + jobs + " in.zef -d many").status, 0) << jobs << readFile("zef.err");
+    EXPECT_TRUE(listing("many") == single) << jobs;
+    EXPECT_EQ(runCommand("diff -r --no-dereference one many >/dev/null"), 0) << jobs;
+  }
+}
+
+// A file whose stored bytes were changed fails its CRC check: the same
+// entry is named whatever the number of threads, and nothing is installed.
+TEST_F(ZefParallel, ExtractFailsTheSameWayOnAnyNumberOfThreads) {
+  makeTree();
+  writeFile("tree/d3/marked", "MARKER " + kxzef::testing::sampleText(20000));
+  ASSERT_EQ(zef("create -0 -j 1 in.zef tree=app").status, 0) << readFile("zef.err");
+  std::string bytes = readFile("in.zef");
+  const size_t marker = bytes.find("MARKER ");
+  ASSERT_NE(marker, std::string::npos);
+  bytes[marker] = 'm';
+  writeFile("in.zef", bytes);
+  const ToolRun single = zef("extract -j 1 in.zef -d one");
+  const ToolRun parallel = zef("extract -j 2 in.zef -d two");
+  EXPECT_EQ(single.status, 1);
+  EXPECT_EQ(parallel.status, single.status);
+  EXPECT_NE(single.err.find("'app/d3/marked' failed its CRC check"), std::string::npos) << single.err;
+  EXPECT_EQ(parallel.err, std::regex_replace(single.err, std::regex("'one'"), "'two'"));
+  EXPECT_FALSE(fs::exists("one"));
+  EXPECT_FALSE(fs::exists("two"));
 }
 
 }  // namespace

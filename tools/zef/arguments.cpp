@@ -118,8 +118,8 @@ std::string helpText(const std::string& command) {
            "  zef list app.zef\n";
   }
   if (command == "extract") {
-    return "Usage: zef extract ARCHIVE [-d DIR] [--ask] [--flat] [--trust] [--replace]\n"
-           "                   [--max-size=N] [ENTRY...]\n"
+    return "Usage: zef extract ARCHIVE [-d DIR] [-j N] [--ask] [--flat] [--trust]\n"
+           "                   [--replace] [--max-size=N] [ENTRY...]\n"
            "\n"
            "Extracts everything in ARCHIVE (also tried with \".zef\" appended), or only the\n"
            "named ENTRYs (names compared without regard to ASCII case), below DIR.\n"
@@ -136,6 +136,12 @@ std::string helpText(const std::string& command) {
            "Links are recreated.\n"
            "\n"
            "  -d DIR        extract below DIR (default: the current directory)\n"
+           "  -j N          inflate and write files on N threads (also --jobs N; default:\n"
+           "                the online CPUs; -j 1 starts no thread). Directories and links\n"
+           "                are made in archive order, and the first entry to fail in\n"
+           "                archive order is the one reported; files after it may already\n"
+           "                have been written to the staging directory, which goes as after\n"
+           "                any failure. Used when the whole archive is extracted with paths\n"
            "  --ask         ask before replacing anything in DIR: y(es), n(o) or A(ll);\n"
            "                the end of standard input counts as no\n"
            "  --flat        do not use the paths in the archive: only symbolic links are\n"
