@@ -45,7 +45,8 @@ struct UnzipArchive::ReadEntryState {
   int refillInput(BlockReader& reader, ZipFileIO& io, uint64_t bytesBefore);
   int inflateStep(unsigned char* out, uint64_t space, uint64_t& produced, bool& ended);
   uint64_t copyStep(unsigned char* out, uint64_t space);
-  void addToCrc(const unsigned char* bytes, uint64_t count);
+  // Counts bytes handed out and adds them to the CRC.
+  void deliver(const unsigned char* bytes, uint64_t count);
 };
 
 namespace {
@@ -504,7 +505,7 @@ int UnzipArchive::ReadEntryState::inflateStep(unsigned char* out, uint64_t space
   input = stream.next_in;
   inputLeft = stream.avail_in;
   produced = space - stream.avail_out;
-  addToCrc(out, produced);
+  deliver(out, produced);
   ended = status == Z_STREAM_END;
   return ended ? Z_OK : status;
 }
@@ -513,13 +514,13 @@ int UnzipArchive::ReadEntryState::inflateStep(unsigned char* out, uint64_t space
 uint64_t UnzipArchive::ReadEntryState::copyStep(unsigned char* out, uint64_t space) {
   const uint64_t n = std::min(space, inputLeft);
   std::memcpy(out, input, n);
-  addToCrc(out, n);
+  deliver(out, n);
   input += n;
   inputLeft -= n;
   return n;
 }
 
-void UnzipArchive::ReadEntryState::addToCrc(const unsigned char* bytes, uint64_t count) {
+void UnzipArchive::ReadEntryState::deliver(const unsigned char* bytes, uint64_t count) {
   crcSoFar = crc32(static_cast<uLong>(crcSoFar), bytes, static_cast<uInt>(count));
   uncompressedLeft -= count;
   delivered += count;

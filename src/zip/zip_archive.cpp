@@ -209,6 +209,20 @@ int ZipArchive::bufferBytes(const void* bytes, uint64_t length) {
   return StatusOk;
 }
 
+void ZipArchive::resetEntry(const ZipEntryInfo* info, int method, int level, int raw) {
+  dosDate_ = info == nullptr ? 0 : info->dosDate != 0 ? info->dosDate : dosDateFromTime(info->modified);
+  flags_ = flagsForLevel(level);
+  crcSoFar_ = 0;
+  method_ = method;
+  raw_ = raw;
+  deflating_ = false;
+  entryIn_ = 0;
+  entryOut_ = 0;
+  inputLeft_ = 0;
+  bufferedCount_ = 0;  // what a failed entry left behind is dropped
+  headerBuffered_ = false;
+}
+
 int ZipArchive::openNewEntry(const char* name, const ZipEntryInfo* info, const void* localExtra,
                              uint32_t localExtraLength, const void* globalExtra, uint32_t globalExtraLength,
                              const char* comment, int method, int level, const char* sourcePath,
@@ -225,17 +239,7 @@ int ZipArchive::openNewEntry(const char* name, const ZipEntryInfo* info, const v
       status != StatusOk) {
     return status;
   }
-  dosDate_ = info == nullptr ? 0 : info->dosDate != 0 ? info->dosDate : dosDateFromTime(info->modified);
-  flags_ = flagsForLevel(level);
-  crcSoFar_ = 0;
-  method_ = method;
-  raw_ = raw;
-  deflating_ = false;
-  entryIn_ = 0;
-  entryOut_ = 0;
-  inputLeft_ = 0;
-  bufferedCount_ = 0;  // what a failed entry left behind is dropped
-  headerBuffered_ = false;
+  resetEntry(info, method, level, raw);
   if (int status = reserveCentralHeader(CentralHeaderSize + layout.nameLength + globalExtraLength +
                                         layout.linkBlockLength + layout.commentLength);
       status != StatusOk) {

@@ -100,6 +100,7 @@ class ZipArchive {
   bool writable() const { return isOpen_ && io_ != nullptr; }
   int layoutEntry(EntryLayout& layout, const char* name, const char* comment, uint32_t localExtraLength,
                   uint32_t globalExtraLength, const char* sourcePath, const char* linkTarget);
+  void resetEntry(const ZipEntryInfo* info, int method, int level, int raw);
   int reserveCentralHeader(uint64_t size);
   void buildCentralHeader(const EntryLayout& layout, const ZipEntryInfo* info, const void* globalExtra,
                           uint32_t globalExtraLength, const char* comment);
