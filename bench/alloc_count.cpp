@@ -33,7 +33,8 @@ void count(size_t size) {
 
 // glibc lets a program replace its allocator and offers the original under
 // these names; every allocation in the process, zlib's and the C++ library's
-// included, passes through here.
+// included, passes through here. The replacements must be visible to the
+// shared libraries whatever visibility the build gives by default.
 extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
@@ -41,28 +42,30 @@ void* __libc_realloc(void* memory, size_t size);
 void* __libc_memalign(size_t alignment, size_t size);
 void __libc_free(void* memory);
 
-void* malloc(size_t size) noexcept {
+[[gnu::visibility("default")]] void* malloc(size_t size) noexcept {
   count(size);
   return __libc_malloc(size);
 }
-void* calloc(size_t number, size_t size) noexcept {
+[[gnu::visibility("default")]] void* calloc(size_t number, size_t size) noexcept {
   count(number * size);
   return __libc_calloc(number, size);
 }
-void* realloc(void* memory, size_t size) noexcept {
+[[gnu::visibility("default")]] void* realloc(void* memory, size_t size) noexcept {
   count(size);
   return __libc_realloc(memory, size);
 }
-void* memalign(size_t alignment, size_t size) noexcept {
+[[gnu::visibility("default")]] void* memalign(size_t alignment, size_t size) noexcept {
   count(size);
   return __libc_memalign(alignment, size);
 }
-void* aligned_alloc(size_t alignment, size_t size) noexcept { return memalign(alignment, size); }
-int posix_memalign(void** memory, size_t alignment, size_t size) noexcept {
+[[gnu::visibility("default")]] void* aligned_alloc(size_t alignment, size_t size) noexcept {
+  return memalign(alignment, size);
+}
+[[gnu::visibility("default")]] int posix_memalign(void** memory, size_t alignment, size_t size) noexcept {
   *memory = memalign(alignment, size);
   return *memory != nullptr ? 0 : ENOMEM;
 }
-void free(void* memory) noexcept { __libc_free(memory); }
+[[gnu::visibility("default")]] void free(void* memory) noexcept { __libc_free(memory); }
 }  // extern "C"
 
 namespace {
@@ -219,6 +222,10 @@ int main(int argc, char** argv) {
     return 1;
   }
   const SmallFiles files(entries);
+  if (allocations.load() == 0) {
+    std::fputs("the allocator replacement is not in effect: nothing was counted\n", stderr);
+    return 1;
+  }
   std::printf("heap allocations, %zu files of 1-4 KiB, level 6\n", entries);
   const Tally written = writeThroughCore(directory + "/core.zef", files);
   print("writing core", written);
