@@ -24,7 +24,7 @@ enum class FindingKind {
   EmptyName,            // no name at all
   NulInName,            // a NUL byte inside the stored name
   NameTooLong,          // longer than the reading core's name buffer
-  NameCollision,        // two entries with one name (after the reader's cut)
+  NameCollision,        // two entries that write one path (cut as the reader cuts, "." and empty components dropped)
   ThroughArchiveLink,   // a parent of the name is a link entry of the same archive
   ThroughExistingLink,  // a parent of the name is a link already on disk below the destination
   SharedLocalHeader,    // several central records point at one local header
@@ -95,7 +95,9 @@ uint64_t defaultMaxTotalSize(uint64_t archiveSize);
 
 // Audits the archive at `path` into `report` (cleared first). AuditOk when
 // the directory could be walked, whatever was found; otherwise the status
-// says why and `report` holds what was read before the walk stopped.
+// says why and `report` holds what was read before the walk stopped. Memory
+// grows with the records actually read, never with a claimed count; with a
+// destination, each distinct parent path below it costs one lstat.
 int auditArchive(const char* path, const AuditOptions& options, AuditReport& report);
 
 // Reads and inflates every entry of an audited archive without writing
@@ -114,7 +116,7 @@ int testArchive(const char* path, const AuditReport& report, std::vector<AuditFi
 const char* findingText(FindingKind kind);
 
 // `name` quoted for a terminal: printable ASCII as is, everything else and
-// the quote itself escaped ("\x00", "\\", "\n").
+// the quote itself escaped ("\x00", "\\", "\n", "\'", "\t", "\r").
 std::string quotedName(const std::string& name);
 
 }  // namespace kxzef

@@ -46,21 +46,20 @@ size_t AuditFile::readAt(uint64_t offset, void* buffer, size_t count) {
   return failed_ ? 0 : done;
 }
 
-ReadWindow::ReadWindow(AuditFile& file, size_t capacity, size_t minimumFill)
-    : file_(file),
-      buffer_(new (std::nothrow) unsigned char[capacity]),
-      capacity_(capacity),
-      minimumFill_(std::min(minimumFill, capacity)) {}
+// No request can be larger than the file, so a small file gets a small buffer.
+ReadWindow::ReadWindow(AuditFile& file, size_t capacity)
+    : file_(file), capacity_(static_cast<size_t>(std::min<uint64_t>(capacity, file.size()))) {
+  buffer_.reset(new (std::nothrow) unsigned char[capacity_]);
+}
 
-const unsigned char* ReadWindow::bytesAt(uint64_t offset, size_t count) {
+const unsigned char* ReadWindow::bytesAt(uint64_t offset, size_t count, size_t readAhead) {
   if (!buffer_ || count > capacity_) return nullptr;
   if (offset > file_.size() || count > file_.size() - offset) return nullptr;
   if (offset >= heldStart_ && offset - heldStart_ + count <= heldSize_) {
     return buffer_.get() + (offset - heldStart_);
   }
-  const size_t want = std::max(count, minimumFill_);
   heldStart_ = offset;
-  heldSize_ = file_.readAt(offset, buffer_.get(), want);
+  heldSize_ = file_.readAt(offset, buffer_.get(), std::max(count, std::min(readAhead, capacity_)));
   return heldSize_ >= count ? buffer_.get() : nullptr;
 }
 

@@ -39,26 +39,26 @@ class AuditFile {
 };
 
 // Serves byte ranges of a file from one buffer, refilling it only when a
-// request falls outside what it holds. Each refill reads at least
-// `minimumFill` bytes, so neighbouring small records cost one read.
+// request falls outside what it holds.
 class ReadWindow {
  public:
-  // `capacity` is the largest request served; 0 bytes are held until the
-  // first request. `valid()` is false when the buffer could not be allocated.
-  ReadWindow(AuditFile& file, size_t capacity, size_t minimumFill);
+  // `capacity` is the largest request served (the file's size when that is
+  // less); nothing is held until the first request. `valid()` is false when
+  // the buffer could not be allocated.
+  ReadWindow(AuditFile& file, size_t capacity);
 
   bool valid() const { return buffer_ != nullptr; }
 
   // `count` bytes at `offset`, valid until the next call; nullptr when they
   // are not all inside the file, when `count` exceeds the capacity, or when
-  // the read failed.
-  const unsigned char* bytesAt(uint64_t offset, size_t count);
+  // the read failed. A refill reads `readAhead` bytes when that is more (up
+  // to the capacity), so that neighbouring records cost one read.
+  const unsigned char* bytesAt(uint64_t offset, size_t count, size_t readAhead = 0);
 
  private:
   AuditFile& file_;
   std::unique_ptr<unsigned char[]> buffer_;
   size_t capacity_;
-  size_t minimumFill_;
   uint64_t heldStart_ = 0;
   size_t heldSize_ = 0;
 };

@@ -26,6 +26,7 @@ constexpr uint64_t Marker32 = 0xFFFFFFFF;
 // A central header with the longest name, extra field and comment.
 constexpr size_t MaxCentralRecord = CentralHeaderSize + 3 * 0xFFFF;
 constexpr size_t DirectoryReadSize = 256 * 1024;
+constexpr uint64_t EntriesReservedAtOnce = 1 << 16;
 
 uint64_t at(const unsigned char* record, int offset, int width) { return readLittleEndian(record + offset, width); }
 
@@ -33,9 +34,10 @@ uint64_t at(const unsigned char* record, int offset, int width) { return readLit
 struct EndFields {
   uint64_t disk = 0, directoryDisk = 0, entriesOnDisk = 0, entriesTotal = 0, directorySize = 0,
            directoryOffset = 0;
+  // A count of 0xFFFF is left out: an archive of exactly that many entries
+  // needs no ZIP64, and a count that lies shows up as a mismatch.
   bool hasMarkers() const {
-    return entriesOnDisk == Marker16 || entriesTotal == Marker16 || directorySize == Marker32 ||
-           directoryOffset == Marker32 || disk == Marker16 || directoryDisk == Marker16;
+    return directorySize == Marker32 || directoryOffset == Marker32 || disk == Marker16 || directoryDisk == Marker16;
   }
 };
 
@@ -206,7 +208,7 @@ void readCentralRecord(const unsigned char* record, AuditReport& report) {
   const bool zip64Extra = applyZip64Extra(extra, extraLength, entry.uncompressedSize, entry.compressedSize,
                                           &entry.localHeaderOffset, &disk);
   setKind(entry, carriesLinkBlock(extra, extraLength));
-  if (marked || zip64Extra) addFinding(report, FindingKind::Zip64, index, "has ZIP64 sizes or offsets");
+  if (marked || zip64Extra) addFinding(report, FindingKind::Zip64, index, "has ZIP64 sizes or offsets in its central record");
   if (disk != 0) addFinding(report, FindingKind::MultiDisk, index, "starts on disk " + std::to_string(disk));
   reportRecordFindings(entry, index, report);
 }
@@ -218,7 +220,7 @@ int placeDirectory(AuditFile& file, AuditReport& report, DirectoryPlace& place) 
   bool found = false;
   if (int status = findEndRecord(file, endPosition, found); status != AuditOk) return status;
   if (!found) return AuditNotAnArchive;
-  ReadWindow window(file, Zip64EndSize + Zip64LocatorSize + EndRecordSize, 0);
+  ReadWindow window(file, Zip64EndSize + Zip64LocatorSize + EndRecordSize);
   const unsigned char* record = window.bytesAt(endPosition, EndRecordSize);
   if (record == nullptr) return file.failed() ? AuditCannotOpen : AuditNotAnArchive;
   EndFields fields = readEndFields(record);
@@ -275,14 +277,18 @@ bool applyZip64Extra(const unsigned char* extra, size_t size, uint64_t& uncompre
 
 int walkDirectory(AuditFile& file, const DirectoryPlace& place, AuditReport& report) {
   static_assert(DirectoryReadSize >= MaxCentralRecord, "a whole central record fits the window");
-  ReadWindow window(file, DirectoryReadSize, DirectoryReadSize);
+  ReadWindow window(file, DirectoryReadSize);
   if (!window.valid()) {
     errno = ENOMEM;
     return AuditCannotOpen;
   }
+  // Room for what the claim and the directory's bytes allow, but no more than
+  // a usual archive needs before a record is read: beyond that, growth follows the records.
+  report.entries.reserve(std::min({place.countedEntries, (place.directoryEnd - place.directoryStart) / CentralHeaderSize,
+                                   EntriesReservedAtOnce}));
   uint64_t position = place.directoryStart;
   while (place.directoryEnd - position >= CentralHeaderSize) {
-    const unsigned char* header = window.bytesAt(position, CentralHeaderSize);
+    const unsigned char* header = window.bytesAt(position, CentralHeaderSize, DirectoryReadSize);
     if (header == nullptr || at(header, 0, 4) != CentralHeaderSignature) break;
     const uint64_t length = CentralHeaderSize + at(header, 28, 2) + at(header, 30, 2) + at(header, 32, 2);
     if (length > place.directoryEnd - position) break;

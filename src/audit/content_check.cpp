@@ -43,10 +43,33 @@ class Inflater {
   bool ready_ = false;
 };
 
+// The archive's bytes come through a window, so that the data of many small
+// entries is read at once; what comes out goes to one buffer.
+// The output buffer need not be larger than the largest entry's output, one
+// byte past its declared size included.
 struct Buffers {
-  std::unique_ptr<unsigned char[]> input{new (std::nothrow) unsigned char[InputBufferSize]};
-  std::unique_ptr<unsigned char[]> output{new (std::nothrow) unsigned char[OutputBufferSize]};
+  Buffers(AuditFile& archive, uint64_t largestEntry)
+      : file(archive),
+        input(archive, InputBufferSize),
+        outputSize(static_cast<size_t>(std::min<uint64_t>(OutputBufferSize, largestEntry + 1))),
+        output(new (std::nothrow) unsigned char[outputSize]) {}
+  bool valid() const { return input.valid() && output != nullptr; }
+
+  AuditFile& file;
+  ReadWindow input;
+  size_t outputSize;
+  std::unique_ptr<unsigned char[]> output;
 };
+
+// The next run of an entry's data at `position`, at most `left` bytes; 0 past
+// the file's end or when the read failed.
+size_t nextInput(Buffers& buffers, uint64_t position, uint64_t left, const unsigned char*& bytes) {
+  const uint64_t size = buffers.file.size();
+  if (position >= size) return 0;
+  const auto count = static_cast<size_t>(std::min({left, size - position, uint64_t{InputBufferSize}}));
+  bytes = buffers.input.bytesAt(position, count, InputBufferSize);
+  return bytes != nullptr ? count : 0;
+}
 
 // What came out of one entry's data.
 struct Produced {
@@ -60,14 +83,14 @@ void addCrc(Produced& produced, const unsigned char* bytes, size_t count) {
   produced.size += count;
 }
 
-Produced readStored(AuditFile& file, const AuditEntry& entry, Buffers& buffers) {
+Produced readStored(const AuditEntry& entry, Buffers& buffers) {
   Produced produced;
   const uint64_t wanted = std::min(entry.compressedSize, entry.uncompressedSize);
   while (produced.size < wanted) {
-    const size_t chunk = static_cast<size_t>(std::min<uint64_t>(InputBufferSize, wanted - produced.size));
-    const size_t got = file.readAt(entry.dataOffset + produced.size, buffers.input.get(), chunk);
-    addCrc(produced, buffers.input.get(), got);
-    if (got < chunk) return produced;
+    const unsigned char* bytes = nullptr;
+    const size_t got = nextInput(buffers, entry.dataOffset + produced.size, wanted - produced.size, bytes);
+    if (got == 0) return produced;
+    addCrc(produced, bytes, got);
   }
   if (entry.compressedSize > entry.uncompressedSize) produced.failure = RunsLong;
   return produced;
@@ -75,21 +98,21 @@ Produced readStored(AuditFile& file, const AuditEntry& entry, Buffers& buffers) 
 
 // Inflates until the stream ends, the input runs out, or one byte more than
 // declared comes out; the output buffer is never offered past that byte.
-Produced readDeflated(AuditFile& file, const AuditEntry& entry, Buffers& buffers, z_stream& stream) {
+Produced readDeflated(const AuditEntry& entry, Buffers& buffers, z_stream& stream) {
   Produced produced;
   uint64_t inputLeft = entry.compressedSize, inputPosition = entry.dataOffset;
   stream.avail_in = 0;
   for (;;) {
     if (stream.avail_in == 0 && inputLeft > 0) {
-      const size_t got = file.readAt(inputPosition, buffers.input.get(),
-                                     static_cast<size_t>(std::min<uint64_t>(InputBufferSize, inputLeft)));
+      const unsigned char* bytes = nullptr;
+      const size_t got = nextInput(buffers, inputPosition, inputLeft, bytes);
       inputLeft = got == 0 ? 0 : inputLeft - got;
       inputPosition += got;
-      stream.next_in = buffers.input.get();
+      stream.next_in = const_cast<unsigned char*>(bytes);  // zlib only reads it
       stream.avail_in = static_cast<uInt>(got);
     }
     const uint64_t room = entry.uncompressedSize - produced.size;
-    const auto offered = static_cast<uInt>(room >= OutputBufferSize ? OutputBufferSize : room + 1);
+    const auto offered = static_cast<uInt>(room >= buffers.outputSize ? buffers.outputSize : room + 1);
     stream.next_out = buffers.output.get();
     stream.avail_out = offered;
     const int result = inflate(&stream, Z_NO_FLUSH);
@@ -111,13 +134,13 @@ Produced readDeflated(AuditFile& file, const AuditEntry& entry, Buffers& buffers
 }
 
 // The cause of the entry's failure, or nullptr when it checks out.
-const char* checkEntry(AuditFile& file, const AuditEntry& entry, Buffers& buffers, Inflater& inflater) {
+const char* checkEntry(const AuditEntry& entry, Buffers& buffers, Inflater& inflater) {
   Produced produced;
   if (entry.method == MethodStored) {
-    produced = readStored(file, entry, buffers);
+    produced = readStored(entry, buffers);
   } else {
     inflateReset(&inflater.stream());
-    produced = readDeflated(file, entry, buffers, inflater.stream());
+    produced = readDeflated(entry, buffers, inflater.stream());
   }
   if (produced.failure != nullptr) return produced.failure;
   if (produced.size < entry.uncompressedSize) return EndsEarly;
@@ -138,16 +161,18 @@ int testArchive(const char* path, const AuditReport& report, std::vector<AuditFi
     return AuditCannotOpen;
   }
   if (!file.open(path)) return AuditCannotOpen;
-  Buffers buffers;
+  uint64_t largestEntry = 0;
+  for (const AuditEntry& entry : report.entries) largestEntry = std::max(largestEntry, entry.uncompressedSize);
+  Buffers buffers(file, std::min<uint64_t>(largestEntry, OutputBufferSize));
   Inflater inflater;
-  if (!buffers.input || !buffers.output || !inflater.ready()) {
+  if (!buffers.valid() || !inflater.ready()) {
     errno = ENOMEM;
     return AuditCannotOpen;
   }
   for (size_t i = 0; i < report.entries.size(); ++i) {
     const AuditEntry& entry = report.entries[i];
     if (!testable(entry)) continue;  // the audit has said why
-    const char* cause = checkEntry(file, entry, buffers, inflater);
+    const char* cause = checkEntry(entry, buffers, inflater);
     if (file.failed()) return AuditCannotOpen;
     if (cause != nullptr) failures.push_back(AuditFinding{FindingKind::BadData, static_cast<int64_t>(i), cause});
   }

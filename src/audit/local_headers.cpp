@@ -14,9 +14,13 @@ namespace {
 // A local header with the longest name and extra field.
 constexpr size_t MaxLocalRecord = LocalHeaderSize + 2 * 0xFFFF;
 constexpr size_t LocalWindowSize = 160 * 1024;
-// Small entries lie close together: one read of this much usually holds the next header too.
-constexpr size_t LocalReadSize = 16 * 1024;
+// Small entries lie close together: after a header whose data is shorter
+// than this, one read of this much usually holds the next headers too.
+constexpr size_t LocalReadAhead = 16 * 1024;
+// After a large entry's header, only room for a usual name and extra field.
+constexpr size_t LocalHeaderReadAhead = 1024;
 constexpr uint64_t FlagEncrypted = 0x0001;
+constexpr uint64_t Marker32 = 0xFFFFFFFF;
 
 uint64_t at(const unsigned char* record, int offset, int width) { return readLittleEndian(record + offset, width); }
 
@@ -32,7 +36,7 @@ const char* disagreement(const AuditEntry& entry, const unsigned char* header, c
     return "has a local header with another name";
   }
   if (local.method != entry.method) return "has a local header with another method";
-  if ((local.flags ^ entry.flags) & FlagEncrypted) return "has a local header that disagrees on encryption";
+  if ((local.flags ^ entry.flags) & (FlagEncrypted | FlagDataDescriptor)) return "has a local header with other flags";
   // With a data descriptor the local fields are zeros or guesses.
   if ((local.flags | entry.flags) & FlagDataDescriptor) return nullptr;
   if (local.crc != entry.crc) return "has a local header with another CRC";
@@ -46,7 +50,9 @@ const char* disagreement(const AuditEntry& entry, const unsigned char* header, c
 void checkLocalHeader(ReadWindow& window, uint64_t bytesBefore, int64_t index, AuditReport& report) {
   AuditEntry& entry = report.entries[static_cast<size_t>(index)];
   const uint64_t position = entry.localHeaderOffset + bytesBefore;
-  const unsigned char* header = position >= bytesBefore ? window.bytesAt(position, LocalHeaderSize) : nullptr;
+  const size_t readAhead = entry.compressedSize < LocalReadAhead ? LocalReadAhead : LocalHeaderReadAhead;
+  const unsigned char* header =
+      position >= bytesBefore ? window.bytesAt(position, LocalHeaderSize, readAhead) : nullptr;
   if (header == nullptr || at(header, 0, 4) != LocalHeaderSignature) {
     addFinding(report, FindingKind::LocalHeaderMismatch, index, "has no local header where its record points");
     return;
@@ -60,6 +66,12 @@ void checkLocalHeader(ReadWindow& window, uint64_t bytesBefore, int64_t index, A
   }
   entry.dataOffset = position + length;
   LocalFields local{at(header, 6, 2), at(header, 8, 2), at(header, 14, 4), at(header, 18, 4), at(header, 22, 4)};
+  // The reading core compares the local sizes as they stand, so ZIP64 ones
+  // are refused there even when the central record needs none.
+  const bool centralFits = entry.compressedSize < Marker32 && entry.uncompressedSize < Marker32;
+  if (centralFits && (local.compressedSize == Marker32 || local.uncompressedSize == Marker32)) {
+    addFinding(report, FindingKind::Zip64, index, "has ZIP64 sizes in its local header");
+  }
   applyZip64Extra(header + LocalHeaderSize + nameLength, extraLength, local.uncompressedSize, local.compressedSize,
                   nullptr, nullptr);
   if (const char* why = disagreement(entry, header, local); why != nullptr) {
@@ -71,7 +83,7 @@ void checkLocalHeader(ReadWindow& window, uint64_t bytesBefore, int64_t index, A
 
 int checkLocalHeaders(AuditFile& file, const DirectoryPlace& place, AuditReport& report) {
   static_assert(LocalWindowSize >= MaxLocalRecord, "a whole local header fits the window");
-  ReadWindow window(file, LocalWindowSize, LocalReadSize);
+  ReadWindow window(file, LocalWindowSize);
   if (!window.valid()) {
     errno = ENOMEM;
     return AuditCannotOpen;

@@ -1,7 +1,7 @@
 // Name findings: what a name is in itself, which names end up at one path,
 // and which pass through a link. The paths compared are those an extraction
-// would write, so the work stays linear in the names' bytes however the
-// archive repeats them.
+// would write, cut as the reader cuts them, so a hostile name costs at most
+// MaxEntryNameLength bytes a comparison however long it is stored.
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -88,14 +88,29 @@ class PathKeys {
   std::vector<std::pair<size_t, size_t>> spans_;
 };
 
-void reportCollisions(const PathKeys& keys, AuditReport& report) {
-  std::unordered_map<std::string_view, size_t> first;
-  first.reserve(report.entries.size());
-  for (size_t i = 0; i < report.entries.size(); ++i) {
+// Entries in path order, the first of each path first: sorting once costs
+// one allocation, where a hash table would make one for every entry.
+std::vector<size_t> pathOrder(const PathKeys& keys, size_t count) {
+  std::vector<size_t> order(count);
+  for (size_t i = 0; i < count; ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), [&](size_t a, size_t b) {
+    const int compared = keys.key(a).compare(keys.key(b));
+    return compared != 0 ? compared < 0 : a < b;
+  });
+  return order;
+}
+
+void reportCollisions(const PathKeys& keys, const std::vector<size_t>& order, AuditReport& report) {
+  if (order.empty()) return;
+  size_t leader = order[0];  // the earliest entry of the current path
+  for (size_t at = 1; at < order.size(); ++at) {
+    const size_t i = order[at];
+    if (keys.key(i) != keys.key(leader)) {
+      leader = i;
+      continue;
+    }
     if (keys.key(i).empty()) continue;
-    const auto [it, fresh] = first.try_emplace(keys.key(i), i);
-    if (fresh) continue;
-    const std::string& other = report.entries[it->second].name;
+    const std::string& other = report.entries[leader].name;
     addFinding(report, FindingKind::NameCollision, static_cast<int64_t>(i),
                other == report.entries[i].name ? "appears more than once" : "has the same path as " + quotedName(other));
   }
@@ -109,18 +124,20 @@ void forEachParent(std::string_view key, Visit visit) {
   }
 }
 
-void reportArchiveLinks(const PathKeys& keys, AuditReport& report) {
-  std::unordered_map<std::string_view, size_t> links;
-  for (size_t i = 0; i < report.entries.size(); ++i) {
-    if (report.entries[i].isLink && !keys.key(i).empty()) links.try_emplace(keys.key(i), i);
+// Links are looked up among the entries in path order, by binary search.
+void reportArchiveLinks(const PathKeys& keys, const std::vector<size_t>& order, AuditReport& report) {
+  std::vector<size_t> links;
+  for (size_t i : order) {
+    if (report.entries[i].isLink && !keys.key(i).empty()) links.push_back(i);
   }
   if (links.empty()) return;
+  const auto before = [&](size_t link, std::string_view parent) { return keys.key(link) < parent; };
   for (size_t i = 0; i < report.entries.size(); ++i) {
     forEachParent(keys.key(i), [&](std::string_view parent) {
-      const auto link = links.find(parent);
-      if (link == links.end()) return false;
+      const auto link = std::lower_bound(links.begin(), links.end(), parent, before);
+      if (link == links.end() || keys.key(*link) != parent) return false;
       addFinding(report, FindingKind::ThroughArchiveLink, static_cast<int64_t>(i),
-                 "passes through the link entry " + quotedName(report.entries[link->second].name));
+                 "passes through the link entry " + quotedName(report.entries[*link].name));
       return true;
     });
   }
@@ -163,8 +180,9 @@ void checkNames(const std::string& destination, AuditReport& report) {
     contained[i] = reportNameItself(report.entries[i].name, static_cast<int64_t>(i), report);
     keys.add(report.entries[i].name);
   }
-  reportCollisions(keys, report);
-  reportArchiveLinks(keys, report);
+  const std::vector<size_t> order = pathOrder(keys, report.entries.size());
+  reportCollisions(keys, order, report);
+  reportArchiveLinks(keys, order, report);
   if (!destination.empty()) reportExistingLinks(destination, keys, contained, report);
 }
 
