@@ -12,6 +12,8 @@
 
 namespace kxzef {
 
+struct CreationHooks;
+
 constexpr int DefaultCompressionLevel = 6;
 
 class ZipDriver : public ZEFArchWriter {
@@ -33,6 +35,7 @@ class ZipDriver : public ZEFArchWriter {
   int32_t compressionLevel = DefaultCompressionLevel;
   ZipArchive archive;
   std::string archiveName;                 // as opened, ".zef" rule applied
+  const CreationHooks* hooks = nullptr;    // zef's; never set through the exported interface
   // Kept: the library adds no name, but removing these on destruction is part of the driver's contract.
   std::vector<std::string> temporaryFiles; // unlinked, in order, on destruction
 };
