@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "archive_file.h"
+#include "feedback.h"
 #include "audit/archive_audit.h"
 #include "findings.h"
 #include "zef.h"
@@ -21,6 +22,7 @@ const char MaxSizeOption[] = "--max-size=";
 
 struct CheckRequest {
   std::string archive;
+  Verbosity verbosity;
   bool limitGiven = false;
   uint64_t maxTotalSize = 0;
 };
@@ -32,6 +34,7 @@ int parse(const std::string& command, const std::vector<std::string>& args, Chec
       if (!parseSize(arg.substr(std::strlen(MaxSizeOption)), request.maxTotalSize)) {
         return usageError(command, "--max-size needs a number of bytes, not '" + arg + "'");
       }
+    } else if (takeVerbosity(arg, request.verbosity)) {
     } else if (arg.size() > 1 && arg[0] == '-') {
       return usageError(command, "unknown option '" + arg + "'");
     } else if (!request.archive.empty()) {
@@ -45,6 +48,13 @@ int parse(const std::string& command, const std::vector<std::string>& args, Chec
 
 std::string plural(size_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+// The -v summary: the bytes the archive's entries take in it and unpacked.
+void summarize(const std::string& archive, const kxzef::AuditReport& report) {
+  uint64_t packed = 0;
+  for (const kxzef::AuditEntry& entry : report.entries) packed += entry.compressedSize;
+  printSummary(archive, report.entries.size(), packed, report.totalUncompressed);
 }
 
 // Audits the archive and prints the findings, zef's own refusals included;
@@ -66,6 +76,7 @@ int examine(const std::string& command, const std::vector<std::string>& args, bo
   for (const auto* list : {&found, &failed}) {
     for (const kxzef::AuditFinding& finding : *list) std::printf("%s\n", findingLine(report, finding).c_str());
   }
+  if (request.verbosity.verbose) summarize(request.archive, report);
   std::fflush(stdout);
   const std::string entries = plural(report.entries.size(), "entry", "entries");
   if (status != kxzef::AuditOk) return failure(request.archive + ": the central directory is damaged; read " + entries);
