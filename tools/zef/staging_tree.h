@@ -38,10 +38,10 @@ int removeTree(int parentFd, const std::string& name);
 // called `to`. Returns 0 or an errno value (EEXIST when `to` exists).
 int renameNoReplace(int directoryFd, const std::string& from, const std::string& to);
 
-// Swaps `a` and `b`, two names below `directoryFd`, atomically where the
-// file system can; elsewhere `b` is first moved aside to `aside` (an unused
-// name), `a` takes its place and `aside` is then where `a` was swapped to
-// (the caller removes it). Returns 0 or an errno value; on failure both
+// Swaps the directories `a` and `b` below `directoryFd`, atomically where the
+// file system can; elsewhere `b` is renamed to `aside` (a name nothing uses)
+// and then `a` to `b`. Afterwards the old `b` lies at `a` or at `aside`: the
+// caller removes both names. Returns 0 or an errno value; on failure both
 // names are as before.
 int swapDirectories(int directoryFd, const std::string& a, const std::string& b, const std::string& aside);
 
