@@ -139,7 +139,7 @@ std::string helpText(const std::string& command) {
            "                 null); bytes that are not UTF-8 come as \\udcXX\n"
            "  --raw          the library's own listing: a heading on standard error, its\n"
            "                 fixed rows on standard output\n"
-           "  -q, --quiet    accepted for symmetry; a listing has no warnings\n"
+           "  -q, --quiet    accepted, as by every command; a listing gives no warnings\n"
            "\n"
            "The exit status is 1 when a record is damaged: a central directory that ends\n"
            "early or counts otherwise than its end record, or a missing or damaged local\n"

@@ -9,8 +9,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 

@@ -37,26 +37,29 @@ struct ListRequest {
   Verbosity verbosity;
 };
 
-int parse(const std::vector<std::string>& args, ListRequest& request) {
-  bool optionsEnded = false, formatGiven = false;
-  for (const std::string& arg : args) {
-    const Format format = arg == "-1" ? Format::Names : arg == "--json" ? Format::Json : Format::Raw;
-    if (!optionsEnded && arg == "--") {
-      optionsEnded = true;
-    } else if (!optionsEnded && (arg == "-1" || arg == "--json" || arg == "--raw")) {
-      if (formatGiven && request.format != format) return usageError("list", "-1, --json and --raw exclude each other");
-      request.format = format;
-      formatGiven = true;
-    } else if (!optionsEnded && takeVerbosity(arg, request.verbosity)) {
-    } else if (!optionsEnded && arg.size() > 1 && arg[0] == '-') {
-      return usageError("list", "unknown option '" + arg + "'");
-    } else if (!request.archive.empty()) {
-      return usageError("list", "too many arguments");
-    } else {
-      request.archive = arg;
-    }
+int takeOption(const std::string& arg, ListRequest& request, bool& formatGiven) {
+  const Format format = arg == "-1" ? Format::Names : arg == "--json" ? Format::Json : Format::Raw;
+  if (arg == "-1" || arg == "--json" || arg == "--raw") {
+    if (formatGiven && request.format != format) return usageError("list", "-1, --json and --raw exclude each other");
+    request.format = format;
+    formatGiven = true;
+    return ExitOk;
   }
-  if (request.archive.empty()) return usageError("list", "no ARCHIVE given");
+  return takeVerbosity(arg, request.verbosity) ? ExitOk : usageError("list", "unknown option '" + arg + "'");
+}
+
+int parse(const std::vector<std::string>& args, ListRequest& request) {
+  bool formatGiven = false;
+  size_t operands = 0;
+  const int status = walkArguments(
+      args, [&](size_t& i) { return takeOption(args[i], request, formatGiven); },
+      [&](const std::string& arg) {
+        request.archive = arg;
+        ++operands;
+      });
+  if (status != ExitOk) return status;
+  if (operands == 0) return usageError("list", "no ARCHIVE given");
+  if (operands > 1) return usageError("list", "too many arguments");
   if (request.verbosity.verbose && request.format != Format::Table) {
     return usageError("list", "-v adds columns to the table; it does not go with -1, --json or --raw");
   }
