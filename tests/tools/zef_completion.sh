@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# The bash completion of zef, sourced into this shell and asked as bash asks
+# it on TAB: commands, each command's options and the arguments options take.
+# Usage: zef_completion.sh ZEF COMPLETION_SCRIPT
+set -uo pipefail
+zef=$1
+# shellcheck source=/dev/null
+source "$2"
+failures=0
+
+# expect "WORDS..." "EXPECTED REPLIES": completes the last word of WORDS.
+expect() {
+  local -a COMP_WORDS COMPREPLY=()
+  read -ra COMP_WORDS <<<"$1"
+  COMP_WORDS[0]=$zef
+  [[ $1 == *" " ]] && COMP_WORDS+=("")
+  local COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+  _zef 2>/dev/null
+  local got
+  got=$(printf '%s\n' "${COMPREPLY[@]}" | sort | paste -sd ' ')
+  if [ "$got" != "$2" ]; then
+    echo "FAIL: '$1' completes to '$got', expected '$2'"
+    failures=$((failures + 1))
+  fi
+}
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work" && mkdir -p out/sub && touch app.zef manifest.tsv
+
+complete -p zef >/dev/null || { echo "FAIL: no completion registered for zef"; failures=$((failures + 1)); }
+# Row: the words typed (a trailing space starts a new word), then the replies.
+expect "zef cr" "create"
+expect "zef " "canon create extract list"
+expect "zef --v" "--version"
+expect "zef create --k" "--keep"
+expect "zef create --" "--from --help --keep"
+expect "zef extract app.zef --" "--ask --flat --help"
+expect "zef extract app.zef -d " "out"            # -d takes a directory
+expect "zef create app.zef --from man" "manifest.tsv"
+expect "zef create --keep ap" ""                  # a path: bash's own completion
+echo "completion checked: $failures failures"
+[ "$failures" -eq 0 ]
