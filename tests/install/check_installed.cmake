@@ -35,7 +35,7 @@ function(step_install)
   file(REMOVE_RECURSE ${PREFIX})
   run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX})
   foreach(path IN ITEMS include/kxzefarchiver/zefarchiver.h bin/zef share/man/man1/zef.1
-                        share/bash-completion/completions/zef)
+                        share/bash-completion/completions/zef share/doc/kxzefarchiver/LICENSE)
     if(NOT EXISTS ${PREFIX}/${path})
       message(FATAL_ERROR "${path} is not installed")
     endif()
