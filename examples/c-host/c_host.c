@@ -19,7 +19,7 @@ static int create(const char* archive, int count, const char** files) {
     fprintf(stderr, "c-host: %s was not created\n", archive);
     return ExitFailed;
   }
-  printf("c-host: stored %d files in %s\n", count, archive);
+  printf("c-host: stored %d input%s in %s\n", count, count == 1 ? "" : "s", archive);
   return ExitOk;
 }
 
