@@ -29,18 +29,23 @@ function(pkg_config_flags variable)
   set(${variable} ${flags} -Wl,-rpath,${libdir} PARENT_SCOPE)
 endfunction()
 
-# The library, its headers and package files, zef with its man page and
-# completion, each where a host or a shell looks for it.
+# The library, its headers and package files, and (WITH_ZEF) zef with its man
+# page and completion, each where a host or a shell looks for it.
 function(step_install)
   file(REMOVE_RECURSE ${PREFIX})
   run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX})
-  foreach(path IN ITEMS include/kxzefarchiver/zefarchiver.h bin/zef share/man/man1/zef.1
-                        share/bash-completion/completions/zef share/doc/kxzefarchiver/LICENSE)
+  set(paths include/kxzefarchiver/zefarchiver.h share/doc/kxzefarchiver/LICENSE)
+  if(WITH_ZEF)
+    list(APPEND paths bin/zef share/man/man1/zef.1 share/bash-completion/completions/zef)
+  endif()
+  foreach(path IN LISTS paths)
     if(NOT EXISTS ${PREFIX}/${path})
       message(FATAL_ERROR "${path} is not installed")
     endif()
   endforeach()
-  run(${PREFIX}/bin/zef --version)
+  if(WITH_ZEF)
+    run(${PREFIX}/bin/zef --version)
+  endif()
 endfunction()
 
 function(step_consumer)
