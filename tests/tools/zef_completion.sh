@@ -8,20 +8,38 @@ zef=$1
 source "$2"
 failures=0
 
-# expect "WORDS..." "EXPECTED REPLIES": completes the last word of WORDS.
-expect() {
+# complete "WORDS...": the replies to completing the last word of WORDS, sorted
+# on one line.
+complete_words() {
   local -a COMP_WORDS COMPREPLY=()
   read -ra COMP_WORDS <<<"$1"
   COMP_WORDS[0]=$zef
   [[ $1 == *" " ]] && COMP_WORDS+=("")
   local COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
   _zef 2>/dev/null
+  printf '%s\n' "${COMPREPLY[@]}" | sort | paste -sd ' '
+}
+
+# expect "WORDS..." "EXPECTED REPLIES"
+expect() {
   local got
-  got=$(printf '%s\n' "${COMPREPLY[@]}" | sort | paste -sd ' ')
+  got=$(complete_words "$1")
   if [ "$got" != "$2" ]; then
     echo "FAIL: '$1' completes to '$got', expected '$2'"
     failures=$((failures + 1))
   fi
+}
+
+# offers "WORDS..." REPLY...: each REPLY is among the replies (others may join).
+offers() {
+  local got reply
+  got=" $(complete_words "$1") "
+  for reply in "${@:2}"; do
+    if [[ $got != *" $reply "* ]]; then
+      echo "FAIL: '$1' completes to '$got', which lacks '$reply'"
+      failures=$((failures + 1))
+    fi
+  done
 }
 
 work=$(mktemp -d)
@@ -31,11 +49,12 @@ cd "$work" && mkdir -p out/sub && touch app.zef manifest.tsv
 complete -p zef >/dev/null || { echo "FAIL: no completion registered for zef"; failures=$((failures + 1)); }
 # Row: the words typed (a trailing space starts a new word), then the replies.
 expect "zef cr" "create"
-expect "zef " "canon create extract list"
+expect "zef " "$("$zef" --help | awk '/^Commands:/ {on = 1; next} on && /^$/ {exit} on {print $1}' | sort | paste -sd ' ')"
 expect "zef --v" "--version"
 expect "zef create --k" "--keep"
-expect "zef create --" "--from --help --keep"
-expect "zef extract app.zef --" "--ask --flat --help"
+offers "zef create --" --from --help --keep
+offers "zef create -" -0 --keep
+offers "zef extract app.zef --" --ask --flat --help
 expect "zef extract app.zef -d " "out"            # -d takes a directory
 expect "zef create app.zef --from man" "manifest.tsv"
 expect "zef create --keep ap" ""                  # a path: bash's own completion
