@@ -13,10 +13,18 @@
 
 namespace kxzef {
 
-// The entry open for reading.
+// Where an entry's data starts and what its local header says about its extra field.
+struct UnzipArchive::LocalLayout {
+  uint64_t extraOffset;
+  uint64_t extraSize;
+  uint64_t dataStart;
+};
+
+// The entry open for reading, with the buffer and stream every entry reuses.
 struct UnzipArchive::ReadEntryState {
   std::unique_ptr<unsigned char[]> inputBuffer;  // ReadBufferSize bytes
-  InflateStream inflater;  // started only for deflated data read plain
+  InflateStream inflater;  // started (or reset) only for deflated data read plain
+
   const unsigned char* input = nullptr;  // compressed bytes not yet used, in inputBuffer
   uint64_t inputLeft = 0;
   uint64_t nextReadPosition = 0;  // archive offset of the next compressed bytes, without bytesBefore
@@ -31,19 +39,14 @@ struct UnzipArchive::ReadEntryState {
   uint64_t compressionMethod = 0;
   bool raw = false;
 
+  void begin(const EntryInfo& info, const LocalLayout& layout, bool rawData);
   // Up to `space` uncompressed bytes into `out`: the count, or a failing status.
-  int read(ZipFileIO& io, uint64_t bytesBefore, unsigned char* out, uint64_t space);
-  int refillInput(ZipFileIO& io, uint64_t bytesBefore);
+  int read(BlockReader& reader, ZipFileIO& io, uint64_t bytesBefore, unsigned char* out, uint64_t space);
+  int refillInput(BlockReader& reader, ZipFileIO& io, uint64_t bytesBefore);
   int inflateStep(unsigned char* out, uint64_t space, uint64_t& produced, bool& ended);
   uint64_t copyStep(unsigned char* out, uint64_t space);
-  void addToCrc(const unsigned char* bytes, uint64_t count);
-};
-
-// Where an entry's data starts and what its local header says about its extra field.
-struct UnzipArchive::LocalLayout {
-  uint64_t extraOffset;
-  uint64_t extraSize;
-  uint64_t dataStart;
+  // Counts bytes handed out and adds them to the CRC.
+  void deliver(const unsigned char* bytes, uint64_t count);
 };
 
 namespace {
@@ -63,11 +66,6 @@ int seekTo(ZipFileIO& io, uint64_t base, uint64_t offset = 0) {
   constexpr uint64_t limit = static_cast<uint64_t>(INT64_MAX);
   if (base > limit || offset > limit - base) return StatusIoError;
   return io.seek(static_cast<int64_t>(base + offset), SeekFromStart) == 0 ? StatusOk : StatusIoError;
-}
-
-int skipForward(ZipFileIO& io, uint64_t count) {
-  if (count == 0) return StatusOk;
-  return io.seek(static_cast<int64_t>(count), SeekFromCurrent) == 0 ? StatusOk : StatusIoError;
 }
 
 // Reads exactly `count` bytes; a short read off the end of the file is an I/O error.
@@ -108,7 +106,7 @@ void decodeCentralHeader(const unsigned char* header, EntryInfo& entry, uint64_t
 }
 
 // The variable parts that follow a central header, each copied only as far as
-// its buffer reaches; what is not copied is skipped.
+// its buffer reaches.
 struct TrailingBuffers {
   char* name;
   uint64_t nameSize;
@@ -118,29 +116,24 @@ struct TrailingBuffers {
   uint64_t commentSize;
 };
 
-int readTrailingParts(ZipFileIO& io, const EntryInfo& entry, const TrailingBuffers& out) {
-  uint64_t toSkip = 0;
+// Reads the parts of the central header at `base` + `offset` into the buffers given.
+int readTrailingParts(BlockReader& reader, ZipFileIO& io, uint64_t base, uint64_t offset, const EntryInfo& entry,
+                      const TrailingBuffers& out) {
+  const uint64_t nameAt = offset + CentralHeaderSize;
+  const uint64_t extraAt = nameAt + entry.fileNameLength;
   if (out.name != nullptr) {
-    const uint64_t n = std::min(entry.fileNameLength, out.nameSize);
     if (entry.fileNameLength < out.nameSize) out.name[entry.fileNameLength] = '\0';
-    if (int status = readExactly(io, out.name, n); status != StatusOk) return status;
-    toSkip = entry.fileNameLength - n;
-  } else {
-    toSkip = entry.fileNameLength;
+    const uint64_t n = std::min(entry.fileNameLength, out.nameSize);
+    if (int status = reader.read(io, base, nameAt, out.name, n); status != StatusOk) return status;
   }
   if (out.extra != nullptr) {
     const uint64_t n = std::min(entry.extraFieldLength, out.extraSize);
-    if (int status = skipForward(io, toSkip); status != StatusOk) return status;
-    if (int status = readExactly(io, out.extra, n); status != StatusOk) return status;
-    toSkip = entry.extraFieldLength - n;
-  } else {
-    toSkip += entry.extraFieldLength;
+    if (int status = reader.read(io, base, extraAt, out.extra, n); status != StatusOk) return status;
   }
   if (out.comment != nullptr) {
-    const uint64_t n = std::min(entry.commentLength, out.commentSize);
     if (entry.commentLength < out.commentSize) out.comment[entry.commentLength] = '\0';
-    if (int status = skipForward(io, toSkip); status != StatusOk) return status;
-    if (int status = readExactly(io, out.comment, n); status != StatusOk) return status;
+    const uint64_t n = std::min(entry.commentLength, out.commentSize);
+    return reader.read(io, base, extraAt + entry.extraFieldLength, out.comment, n);
   }
   return StatusOk;
 }
@@ -164,8 +157,10 @@ UnzipArchive::~UnzipArchive() = default;
 int UnzipArchive::readCentralHeader(EntryInfo& entry, uint64_t& localHeaderOffset) {
   // A failed read wins over a wrong signature, as it says more about the file.
   unsigned char header[CentralHeaderSize];
-  if (int status = seekTo(*io_, centralPosition_, bytesBefore_); status != StatusOk) return status;
-  if (int status = readExactly(*io_, header, sizeof header); status != StatusOk) return status;
+  if (int status = centralReader_.read(*io_, centralPosition_, bytesBefore_, header, sizeof header);
+      status != StatusOk) {
+    return status;
+  }
   if (getField(header, CentralHeader::Signature) != CentralHeaderSignature) return StatusBadArchive;
   decodeCentralHeader(header, entry, localHeaderOffset);
   return StatusOk;
@@ -196,7 +191,9 @@ int UnzipArchive::readEndRecord(uint64_t position) {
 }
 
 void UnzipArchive::releaseIO() {
-  reading_.reset();
+  entryOpen_ = false;
+  centralReader_.clear();
+  entryReader_.clear();
   if (io_) io_->close();
   io_.reset();
 }
@@ -240,7 +237,7 @@ bool UnzipArchive::openArchive(const char* path, std::unique_ptr<ZipFileIO> io) 
 
 int UnzipArchive::closeArchive() {
   if (!ready()) return StatusBadParameter;
-  if (reading_) closeCurrentEntry();
+  if (entryOpen_) closeCurrentEntry();
   releaseIO();
   return StatusOk;
 }
@@ -288,7 +285,10 @@ int UnzipArchive::getCurrentEntryInfo(EntryInfo* info, char* name, uint64_t name
   uint64_t localHeaderOffset = 0;
   if (int status = readCentralHeader(entry, localHeaderOffset); status != StatusOk) return status;
   const TrailingBuffers buffers{name, nameSize, extra, extraSize, comment, commentSize};
-  if (int status = readTrailingParts(*io_, entry, buffers); status != StatusOk) return status;
+  if (int status = readTrailingParts(centralReader_, *io_, centralPosition_, bytesBefore_, entry, buffers);
+      status != StatusOk) {
+    return status;
+  }
   if (info != nullptr) *info = entry;
   return StatusOk;
 }
@@ -354,8 +354,10 @@ int UnzipArchive::checkLocalHeader(LocalLayout& layout) {
   // The local extra field may differ in length; the version and date are not compared.
   unsigned char header[LocalHeaderSize];
   const EntryInfo& entry = current_;
-  if (int status = seekTo(*io_, localHeaderOffset_, bytesBefore_); status != StatusOk) return status;
-  if (int status = readExactly(*io_, header, sizeof header); status != StatusOk) return status;
+  if (int status = entryReader_.read(*io_, localHeaderOffset_, bytesBefore_, header, sizeof header);
+      status != StatusOk) {
+    return status;
+  }
   const uint64_t method = getField(header, LocalHeader::Method);
   const bool sizesFollowData = (getField(header, LocalHeader::Flags) & FlagDataDescriptor) != 0;
   if (getField(header, LocalHeader::Signature) != LocalHeaderSignature) return StatusBadArchive;
@@ -374,54 +376,48 @@ int UnzipArchive::checkLocalHeader(LocalLayout& layout) {
   return StatusOk;
 }
 
+int UnzipArchive::prepareEntryState() {
+  if (!reading_) reading_.reset(new (std::nothrow) ReadEntryState());
+  if (!reading_) return StatusInternalError;
+  if (!reading_->inputBuffer) reading_->inputBuffer.reset(new (std::nothrow) unsigned char[ReadBufferSize]);
+  return reading_->inputBuffer ? StatusOk : StatusInternalError;
+}
+
 int UnzipArchive::openCurrentEntry(int* method, int* level, int raw) {
   if (!ready() || !currentValid_) return StatusBadParameter;
-  if (reading_) closeCurrentEntry();
+  if (entryOpen_) closeCurrentEntry();
   LocalLayout layout{};
   if (checkLocalHeader(layout) != StatusOk) return StatusBadArchive;
-  std::unique_ptr<ReadEntryState> entry(new (std::nothrow) ReadEntryState());
-  if (!entry) return StatusInternalError;
-  entry->inputBuffer.reset(new (std::nothrow) unsigned char[ReadBufferSize]);
-  if (!entry->inputBuffer) return StatusInternalError;
+  if (int status = prepareEntryState(); status != StatusOk) return status;
   if (method != nullptr) *method = static_cast<int>(current_.compressionMethod);
   if (level != nullptr) *level = levelFromFlags(current_.flags);
-  entry->expectedCrc = current_.crc;
-  entry->compressedLeft = current_.compressedSize;
-  entry->uncompressedLeft = current_.uncompressedSize;
-  entry->nextReadPosition = layout.dataStart;
-  entry->localExtraOffset = layout.extraOffset;
-  entry->localExtraSize = layout.extraSize;
-  entry->compressionMethod = current_.compressionMethod;
-  entry->raw = raw != 0;
-  // A failed start is not reported here: reading then fails with zlib's status.
-  if (!entry->raw && entry->compressionMethod == MethodDeflated) entry->inflater.start();
-  reading_ = std::move(entry);
+  reading_->begin(current_, layout, raw != 0);
+  entryOpen_ = true;
   return StatusOk;
 }
 
 int UnzipArchive::readCurrentEntry(void* buffer, uint32_t length) {
-  if (!ready() || !reading_) return StatusBadParameter;
+  if (!ready() || !entryOpen_) return StatusBadParameter;
   ReadEntryState& entry = *reading_;
-  if (!entry.inputBuffer) return StatusEndOfList;
   if (length == 0) return 0;
   if (buffer == nullptr) return StatusBadParameter;
   // The count is returned as an int, so one call delivers at most INT_MAX bytes.
   const uint64_t window = std::min<uint64_t>({length, entry.uncompressedLeft, INT_MAX});
-  return entry.read(*io_, bytesBefore_, static_cast<unsigned char*>(buffer), window);
+  return entry.read(entryReader_, *io_, bytesBefore_, static_cast<unsigned char*>(buffer), window);
 }
 
 int64_t UnzipArchive::currentEntryOffset() const {
-  if (!ready() || !reading_) return StatusBadParameter;
+  if (!ready() || !entryOpen_) return StatusBadParameter;
   return static_cast<int64_t>(reading_->delivered);
 }
 
 int UnzipArchive::atEndOfCurrentEntry() const {
-  if (!ready() || !reading_) return StatusBadParameter;
+  if (!ready() || !entryOpen_) return StatusBadParameter;
   return reading_->uncompressedLeft == 0 ? 1 : 0;
 }
 
 int UnzipArchive::getLocalExtraField(void* buffer, uint32_t length) {
-  if (!ready() || !reading_) return StatusBadParameter;
+  if (!ready() || !entryOpen_) return StatusBadParameter;
   const ReadEntryState& entry = *reading_;
   const uint64_t available = entry.localExtraSize - entry.localExtraPosition;
   if (buffer == nullptr) return static_cast<int>(available);
@@ -429,26 +425,46 @@ int UnzipArchive::getLocalExtraField(void* buffer, uint32_t length) {
   if (n == 0) return 0;
   // The extra field's offset is taken as it stands, without the bytes in
   // front of the archive: that is how this field has always been read.
-  if (seekTo(*io_, entry.localExtraOffset, entry.localExtraPosition) != StatusOk) return StatusIoError;
-  if (readExactly(*io_, buffer, n) != StatusOk) return StatusIoError;
+  if (entryReader_.read(*io_, entry.localExtraOffset, entry.localExtraPosition, buffer, n) != StatusOk) {
+    return StatusIoError;
+  }
   return static_cast<int>(n);
 }
 
 int UnzipArchive::closeCurrentEntry() {
-  if (!ready() || !reading_) return StatusBadParameter;
+  if (!ready() || !entryOpen_) return StatusBadParameter;
   const ReadEntryState& entry = *reading_;
   // Only an entry read to its end can be judged by its CRC.
   int status = StatusOk;
   if (entry.uncompressedLeft == 0 && !entry.raw && entry.crcSoFar != entry.expectedCrc) status = StatusCrcError;
-  reading_.reset();
+  entryOpen_ = false;
   return status;
 }
 
-int UnzipArchive::ReadEntryState::read(ZipFileIO& io, uint64_t bytesBefore, unsigned char* out, uint64_t space) {
+void UnzipArchive::ReadEntryState::begin(const EntryInfo& info, const LocalLayout& layout, bool rawData) {
+  input = nullptr;
+  inputLeft = 0;
+  nextReadPosition = layout.dataStart;
+  localExtraOffset = layout.extraOffset;
+  localExtraSize = layout.extraSize;
+  localExtraPosition = 0;
+  crcSoFar = 0;
+  expectedCrc = info.crc;
+  compressedLeft = info.compressedSize;
+  uncompressedLeft = info.uncompressedSize;
+  delivered = 0;
+  compressionMethod = info.compressionMethod;
+  raw = rawData;
+  // A failed start is not reported here: reading then fails with zlib's status.
+  if (!raw && compressionMethod == MethodDeflated) inflater.start();
+}
+
+int UnzipArchive::ReadEntryState::read(BlockReader& reader, ZipFileIO& io, uint64_t bytesBefore, unsigned char* out,
+                                       uint64_t space) {
   const bool inflating = compressionMethod != MethodStored && !raw;
   uint64_t count = 0;
   while (count < space) {
-    if (refillInput(io, bytesBefore) != StatusOk) return StatusIoError;
+    if (refillInput(reader, io, bytesBefore) != StatusOk) return StatusIoError;
     if (inflating) {
       uint64_t produced = 0;
       bool ended = false;
@@ -465,11 +481,10 @@ int UnzipArchive::ReadEntryState::read(ZipFileIO& io, uint64_t bytesBefore, unsi
 }
 
 // Brings in the next block of compressed bytes when the input has run dry.
-int UnzipArchive::ReadEntryState::refillInput(ZipFileIO& io, uint64_t bytesBefore) {
+int UnzipArchive::ReadEntryState::refillInput(BlockReader& reader, ZipFileIO& io, uint64_t bytesBefore) {
   if (inputLeft != 0 || compressedLeft == 0) return StatusOk;
   const uint64_t n = std::min<uint64_t>(ReadBufferSize, compressedLeft);
-  if (seekTo(io, nextReadPosition, bytesBefore) != StatusOk) return StatusIoError;
-  if (readExactly(io, inputBuffer.get(), n) != StatusOk) return StatusIoError;
+  if (reader.read(io, nextReadPosition, bytesBefore, inputBuffer.get(), n) != StatusOk) return StatusIoError;
   nextReadPosition += n;
   compressedLeft -= n;
   input = inputBuffer.get();
@@ -490,7 +505,7 @@ int UnzipArchive::ReadEntryState::inflateStep(unsigned char* out, uint64_t space
   input = stream.next_in;
   inputLeft = stream.avail_in;
   produced = space - stream.avail_out;
-  addToCrc(out, produced);
+  deliver(out, produced);
   ended = status == Z_STREAM_END;
   return ended ? Z_OK : status;
 }
@@ -499,13 +514,13 @@ int UnzipArchive::ReadEntryState::inflateStep(unsigned char* out, uint64_t space
 uint64_t UnzipArchive::ReadEntryState::copyStep(unsigned char* out, uint64_t space) {
   const uint64_t n = std::min(space, inputLeft);
   std::memcpy(out, input, n);
-  addToCrc(out, n);
+  deliver(out, n);
   input += n;
   inputLeft -= n;
   return n;
 }
 
-void UnzipArchive::ReadEntryState::addToCrc(const unsigned char* bytes, uint64_t count) {
+void UnzipArchive::ReadEntryState::deliver(const unsigned char* bytes, uint64_t count) {
   crcSoFar = crc32(static_cast<uLong>(crcSoFar), bytes, static_cast<uInt>(count));
   uncompressedLeft -= count;
   delivered += count;

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "zip/block_reader.h"
 #include "zip/status.h"
 #include "zip/zip_file_io.h"
 #include "zip/zip_format.h"
@@ -46,7 +47,10 @@ struct EntryInfo {
 // The reading state of one archive. It always owns its file object, and
 // destroying it frees that object (which closes the file) without closing
 // through the operations below. Every operation but openArchive returns
-// StatusBadParameter while the archive is not open.
+// StatusBadParameter while the archive is not open. The central directory
+// is read through one block of the file and the entries through another, and
+// one inflate stream and input buffer serve every entry, so that reading
+// entries one after another allocates nothing after the first.
 class UnzipArchive {
  public:
   UnzipArchive();
@@ -134,6 +138,7 @@ class UnzipArchive {
   int readEndRecord(uint64_t position);
   int checkLocalHeader(LocalLayout& layout);
   void releaseIO();
+  int prepareEntryState();
 
   bool isOpen_ = false;  // set by a successful open; closing does not clear it
   std::unique_ptr<ZipFileIO> io_;
@@ -148,7 +153,10 @@ class UnzipArchive {
   uint64_t centralDirectoryOffset_ = 0;
   EntryInfo current_{};
   uint64_t localHeaderOffset_ = 0;
-  std::unique_ptr<ReadEntryState> reading_;  // the open entry, or null
+  BlockReader centralReader_;  // central headers and what follows them
+  BlockReader entryReader_;    // local headers and entry data
+  std::unique_ptr<ReadEntryState> reading_;  // made for the first entry opened, then kept
+  bool entryOpen_ = false;
 };
 
 // The end record's offset found by the backward search, 0 when none is found

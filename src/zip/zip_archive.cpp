@@ -1,5 +1,6 @@
-// The ZIP writing core: one entry at a time, data stored or raw-deflated
-// through a 16 KiB buffer, the local header patched in place afterwards.
+// The ZIP writing core: one entry at a time, its local header and data
+// stored or raw-deflated through one 16 KiB buffer, the header patched in the
+// buffer (or in the file, for an entry larger than the buffer) afterwards.
 // It reports by status only and never prints; the caller removes a failed archive.
 #include "zip/zip_archive.h"
 
@@ -25,6 +26,10 @@ struct ZipArchive::EntryLayout {
 };
 
 namespace {
+
+// The central header buffer starts with room for most entries and doubles,
+// so that names growing from entry to entry do not allocate each time.
+constexpr uint64_t MinCentralHeaderCapacity = 1024;
 
 struct Field {
   uint64_t value;
@@ -110,10 +115,12 @@ bool ZipArchive::openForWriting(const char* path, int append, std::unique_ptr<Zi
   // A state used before starts over: its stream, blocks and file object go.
   deflater_.end();
   centralDirectory_.clear();
-  centralHeader_.reset();
   io_ = io ? std::move(io) : std::unique_ptr<ZipFileIO>(new (std::nothrow) ZipFileIO());
   if (!io_ || !io_->open(path, append != 0 ? ModeAppendExisting : ModeCreateNew)) return false;
   beginPosition_ = io_->tell();
+  filePosition_ = beginPosition_;
+  bufferedCount_ = 0;
+  headerBuffered_ = false;
   entryOpen_ = false;
   entryCount_ = 0;
   isOpen_ = true;
@@ -130,8 +137,9 @@ int ZipArchive::layoutEntry(EntryLayout& layout, const char* name, const char* c
       status != StatusOk) {
     return status;
   }
-  const int64_t position = io_->tell();
-  if (position < 0) return StatusIoError;
+  // After a failed write the file's position is unknown: nothing more goes in.
+  if (io_->hasError()) return StatusIoError;
+  const int64_t position = filePosition_;
   localHeaderPosition_ = position;
   const bool fits = layout.nameLength <= Max16BitField && layout.commentLength <= Max16BitField &&
                     localExtraLength + layout.linkBlockLength <= Max16BitField &&
@@ -159,19 +167,60 @@ void ZipArchive::buildCentralHeader(const EntryLayout& layout, const ZipEntryInf
   append(at, comment, layout.commentLength);
 }
 
-int ZipArchive::writeLocalHeader(const EntryLayout& layout, const void* localExtra, uint32_t localExtraLength) {
-  unsigned char header[LocalHeaderSize];
+int ZipArchive::reserveCentralHeader(uint64_t size) {
+  centralHeaderSize_ = size;
+  if (size <= centralHeaderCapacity_) return StatusOk;
+  uint64_t capacity = centralHeaderCapacity_ * 2;
+  if (capacity < MinCentralHeaderCapacity) capacity = MinCentralHeaderCapacity;
+  if (capacity < size) capacity = size;
+  centralHeader_.reset(new (std::nothrow) unsigned char[capacity]);
+  centralHeaderCapacity_ = centralHeader_ ? capacity : 0;
+  return centralHeader_ ? StatusOk : StatusInternalError;
+}
+
+int ZipArchive::bufferLocalHeader(const EntryLayout& layout, const void* localExtra, uint32_t localExtraLength) {
+  // The header goes first into the empty buffer, so that closeEntry finds it
+  // at the start as long as nothing was flushed.
+  unsigned char* header = outputBuffer_;
   putField(header, LocalHeader::Signature, LocalHeaderSignature);
   // CRC and sizes are patched at close.
   putSharedFields<LocalHeader>(header, {flags_, static_cast<uint64_t>(method_), dosDate_, layout.nameLength,
                                         localExtraLength + layout.linkBlockLength});
-  const auto writeAll = [this](const void* bytes, uint64_t length) {
-    return length == 0 || io_->write(bytes, static_cast<int64_t>(length)) == static_cast<int64_t>(length);
-  };
-  const bool written = writeAll(header, sizeof header) && writeAll(layout.name, layout.nameLength) &&
-                       writeAll(localExtra, localExtraLength) &&
-                       writeAll(layout.linkBlock.get(), layout.linkBlockLength);
-  return written ? StatusOk : StatusIoError;
+  bufferedCount_ = LocalHeaderSize;
+  headerBuffered_ = true;
+  if (int status = bufferBytes(layout.name, layout.nameLength); status != StatusOk) return status;
+  if (int status = bufferBytes(localExtra, localExtraLength); status != StatusOk) return status;
+  return bufferBytes(layout.linkBlock.get(), layout.linkBlockLength);
+}
+
+int ZipArchive::bufferBytes(const void* bytes, uint64_t length) {
+  const auto* from = static_cast<const unsigned char*>(bytes);
+  while (length > 0) {
+    if (bufferedCount_ == WriteBufferSize) {
+      if (int status = flushOutput(); status != StatusOk) return status;
+    }
+    const uint64_t space = WriteBufferSize - bufferedCount_;
+    const uint64_t piece = length < space ? length : space;
+    std::memcpy(outputBuffer_ + bufferedCount_, from, piece);
+    bufferedCount_ += static_cast<uint32_t>(piece);
+    from += piece;
+    length -= piece;
+  }
+  return StatusOk;
+}
+
+void ZipArchive::resetEntry(const ZipEntryInfo* info, int method, int level, int raw) {
+  dosDate_ = info == nullptr ? 0 : info->dosDate != 0 ? info->dosDate : dosDateFromTime(info->modified);
+  flags_ = flagsForLevel(level);
+  crcSoFar_ = 0;
+  method_ = method;
+  raw_ = raw;
+  deflating_ = false;
+  entryIn_ = 0;
+  entryOut_ = 0;
+  inputLeft_ = 0;
+  bufferedCount_ = 0;  // what a failed entry left behind is dropped
+  headerBuffered_ = false;
 }
 
 int ZipArchive::openNewEntry(const char* name, const ZipEntryInfo* info, const void* localExtra,
@@ -190,31 +239,21 @@ int ZipArchive::openNewEntry(const char* name, const ZipEntryInfo* info, const v
       status != StatusOk) {
     return status;
   }
-  dosDate_ = info == nullptr ? 0 : info->dosDate != 0 ? info->dosDate : dosDateFromTime(info->modified);
-  flags_ = flagsForLevel(level);
-  crcSoFar_ = 0;
-  method_ = method;
-  raw_ = raw;
-  deflating_ = false;
-  bufferedCount_ = 0;
-  entryIn_ = 0;
-  entryOut_ = 0;
-  inputLeft_ = 0;
-  centralHeaderSize_ =
-      CentralHeaderSize + layout.nameLength + globalExtraLength + layout.linkBlockLength + layout.commentLength;
-  centralHeader_.reset(new (std::nothrow) unsigned char[centralHeaderSize_]);
-  if (!centralHeader_) return StatusInternalError;
-  buildCentralHeader(layout, info, globalExtra, globalExtraLength, comment);
-
-  int status = writeLocalHeader(layout, localExtra, localExtraLength);
-  // Raw data arrives compressed already and is copied as it comes.
-  if (status == StatusOk && method == MethodDeflated && raw == 0) {
-    status = deflater_.start(level);
-    deflating_ = status == Z_OK;
-  }
-  if (status != StatusOk) {
-    centralHeader_.reset();
+  resetEntry(info, method, level, raw);
+  if (int status = reserveCentralHeader(CentralHeaderSize + layout.nameLength + globalExtraLength +
+                                        layout.linkBlockLength + layout.commentLength);
+      status != StatusOk) {
     return status;
+  }
+  buildCentralHeader(layout, info, globalExtra, globalExtraLength, comment);
+  if (int status = bufferLocalHeader(layout, localExtra, localExtraLength); status != StatusOk) return status;
+  // Raw data arrives compressed already and is copied as it comes.
+  if (method == MethodDeflated && raw == 0) {
+    if (int status = deflater_.start(level); status != Z_OK) {
+      // The header of an entry that never opened still reaches the file.
+      return flushOutput() == StatusOk ? status : StatusIoError;
+    }
+    deflating_ = true;
   }
   entryOpen_ = true;
   return StatusOk;
@@ -224,7 +263,9 @@ int ZipArchive::flushOutput() {
   // Writes the buffered output and makes the whole buffer free again.
   const int64_t count = bufferedCount_;
   const bool written = io_->write(outputBuffer_, count) == count;
+  if (written) filePosition_ += count;
   bufferedCount_ = 0;
+  headerBuffered_ = false;
   return written ? StatusOk : StatusIoError;
 }
 
@@ -289,39 +330,42 @@ int ZipArchive::finishDeflate() {
   return status == Z_STREAM_END ? StatusOk : status;
 }
 
-int ZipArchive::recordEntry(uint64_t crc, uint64_t compressedSize, uint64_t uncompressedSize) {
-  // Keeps the finished central header and puts CRC and sizes into the local
-  // header, leaving the file position where the next entry starts.
+int ZipArchive::recordEntry(bool headerPatched, uint64_t crc, uint64_t compressedSize, uint64_t uncompressedSize) {
+  // Keeps the finished central header and, unless that was done in the
+  // buffer, puts CRC and sizes into the local header in the file, leaving the
+  // file position where the next entry starts.
   if (appendToCentralDirectory(&centralDirectory_, centralHeader_.get(), centralHeaderSize_) != StatusOk) {
     return StatusInternalError;
   }
-  const int64_t end = io_->tell();
+  if (headerPatched) return StatusOk;
   if (io_->seek(localHeaderPosition_ + static_cast<int64_t>(LocalHeader::Crc.offset), SeekFromStart) != 0) {
     return StatusIoError;
   }
   const int status = writeFields(*io_, {{crc, 4}, {compressedSize, 4}, {uncompressedSize, 4}});
-  if (io_->seek(end, SeekFromStart) != 0) return StatusIoError;
+  if (io_->seek(filePosition_, SeekFromStart) != 0) return StatusIoError;
   return status;
 }
 
 int ZipArchive::closeEntry(uint64_t uncompressedSize, uint64_t crc) {
   if (!writable() || !entryOpen_) return StatusBadParameter;
   inputLeft_ = 0;
+  // The deflate stream stays set up for the next entry, which resets it.
   int status = deflating_ ? finishDeflate() : StatusOk;
-  if (status == StatusOk && bufferedCount_ > 0) status = flushOutput();
-  if (deflating_) {
-    // The first failure is the one reported: ending a stream cut short fails too.
-    const int ended = deflater_.end();
-    if (status == StatusOk) status = ended;
-  }
   if (raw_ == 0) {
     crc = crcSoFar_;
     uncompressedSize = entryIn_;
   }
   const uint64_t compressedSize = entryOut_;
-  if (status == StatusOk && (uncompressedSize > Max32BitField || compressedSize > Max32BitField)) {
-    status = StatusBadParameter;  // too large for a record without 64-bit extensions
+  const bool fits = uncompressedSize <= Max32BitField && compressedSize <= Max32BitField;
+  // Nothing flushed since the header went in: it is patched where it waits.
+  const bool headerPatched = status == StatusOk && headerBuffered_ && fits;
+  if (headerPatched) {
+    putField(outputBuffer_, LocalHeader::Crc, crc);
+    putField(outputBuffer_, LocalHeader::CompressedSize, compressedSize);
+    putField(outputBuffer_, LocalHeader::UncompressedSize, uncompressedSize);
   }
+  if (status == StatusOk && bufferedCount_ > 0) status = flushOutput();
+  if (status == StatusOk && !fits) status = StatusBadParameter;  // no 64-bit extensions to hold it
   unsigned char* header = centralHeader_.get();
   putField(header, CentralHeader::Crc, crc);
   putField(header, CentralHeader::CompressedSize, compressedSize);
@@ -329,8 +373,7 @@ int ZipArchive::closeEntry(uint64_t uncompressedSize, uint64_t crc) {
   if (deflating_ && deflater_.get().data_type == Z_TEXT) {
     putField(header, CentralHeader::InternalAttributes, TextAttribute);
   }
-  if (status == StatusOk) status = recordEntry(crc, compressedSize, uncompressedSize);
-  centralHeader_.reset();
+  if (status == StatusOk) status = recordEntry(headerPatched, crc, compressedSize, uncompressedSize);
   centralHeaderSize_ = 0;
   entryCount_ += 1;
   entryOpen_ = false;

@@ -51,7 +51,10 @@ struct CentralDirectory {
 
 // The writing state of one archive. It always owns its file object;
 // destroying the archive frees that object (which closes the file) but
-// writes no central directory.
+// writes no central directory. One deflate stream, one output buffer and one
+// central header buffer serve every entry, so that steady state allocates
+// nothing per entry; an entry's local header waits in the output buffer with
+// its data and is patched there when the data fits.
 class ZipArchive {
  public:
   ZipArchive();
@@ -70,7 +73,7 @@ class ZipArchive {
   // source path) goes into a Unix extra block in both headers. Method 0 or 8;
   // a raw entry's bytes are written as given. StatusBadParameter also when a
   // name, comment or extra field is longer than its 16-bit length field or the
-  // archive has passed 4 GiB.
+  // archive has passed 4 GiB; StatusIoError when the file failed before.
   int openNewEntry(const char* name, const ZipEntryInfo* info, const void* localExtra, uint32_t localExtraLength,
                    const void* globalExtra, uint32_t globalExtraLength, const char* comment, int method, int level,
                    const char* sourcePath, const char* linkTarget, int raw);
@@ -80,9 +83,10 @@ class ZipArchive {
   // entry or with null bytes, StatusIoError for a failed write, or zlib's status.
   int writeEntryData(const void* bytes, uint32_t length);
 
-  // Finishes the entry and patches its local header; `uncompressedSize` and
-  // `crc` are used only for raw entries. An entry of 4 GiB or more is refused
-  // with StatusBadParameter and left out of the central directory.
+  // Finishes the entry, writes what it left in the output buffer and patches
+  // its local header; `uncompressedSize` and `crc` are used only for raw
+  // entries. An entry of 4 GiB or more is refused with StatusBadParameter and
+  // left out of the central directory.
   int closeEntry(uint64_t uncompressedSize, uint64_t crc);
 
   // Writes the central directory and the end record, closes the file and
@@ -96,26 +100,32 @@ class ZipArchive {
   bool writable() const { return isOpen_ && io_ != nullptr; }
   int layoutEntry(EntryLayout& layout, const char* name, const char* comment, uint32_t localExtraLength,
                   uint32_t globalExtraLength, const char* sourcePath, const char* linkTarget);
+  void resetEntry(const ZipEntryInfo* info, int method, int level, int raw);
+  int reserveCentralHeader(uint64_t size);
   void buildCentralHeader(const EntryLayout& layout, const ZipEntryInfo* info, const void* globalExtra,
                           uint32_t globalExtraLength, const char* comment);
-  int writeLocalHeader(const EntryLayout& layout, const void* localExtra, uint32_t localExtraLength);
+  int bufferLocalHeader(const EntryLayout& layout, const void* localExtra, uint32_t localExtraLength);
+  int bufferBytes(const void* bytes, uint64_t length);
   int flushOutput();
   int deflateStep(int flush);
   void copyStored();
   int finishDeflate();
-  int recordEntry(uint64_t crc, uint64_t compressedSize, uint64_t uncompressedSize);
+  int recordEntry(bool headerPatched, uint64_t crc, uint64_t compressedSize, uint64_t uncompressedSize);
   int writeCentralDirectory(int status, uint64_t& size);
   int writeEndRecord(int64_t start, uint64_t size, const char* comment);
 
   bool isOpen_ = false;
   std::unique_ptr<ZipFileIO> io_;
+  int64_t filePosition_ = 0;  // where the next flushed byte lands
   CentralDirectory centralDirectory_;
   bool entryOpen_ = false;
   DeflateStream deflater_;
-  bool deflating_ = false;       // the open entry's data goes through deflater_
-  uint32_t bufferedCount_ = 0;   // bytes waiting in outputBuffer_
+  bool deflating_ = false;      // the open entry's data goes through deflater_
+  uint32_t bufferedCount_ = 0;  // bytes waiting in outputBuffer_
+  bool headerBuffered_ = false;  // the open entry's local header starts outputBuffer_
   int64_t localHeaderPosition_ = 0;
-  std::unique_ptr<unsigned char[]> centralHeader_;  // the open entry's central header
+  std::unique_ptr<unsigned char[]> centralHeader_;  // the open entry's central header, then room
+  uint64_t centralHeaderCapacity_ = 0;
   uint64_t centralHeaderSize_ = 0;
   uint64_t flags_ = 0;
   int32_t method_ = 0;

@@ -52,6 +52,7 @@ expect "zef cr" "create"
 expect "zef " "$("$zef" --help | awk '/^Commands:/ {on = 1; next} on && /^$/ {exit} on {print $1}' | sort | paste -sd ' ')"
 expect "zef --v" "--version"
 expect "zef create --k" "--keep"
+expect "zef check --max" "--max-size="          # an option that takes its value after "="
 offers "zef create --" --from --help --keep
 offers "zef create -" -0 --keep
 offers "zef extract app.zef --" --ask --flat --help

@@ -143,6 +143,25 @@ TEST_F(ReadingCore, ReadsArchivesOfOtherToolsBehindAnyPrefix) {
   EXPECT_STREQ(comment, "archive comment");
 }
 
+// Names and data of every length up to a few hundred bytes, a large entry
+// among them: the central directory spans several read blocks, and headers
+// and data straddle their edges.
+TEST_F(ReadingCore, EntriesAcrossReadBlocksReadWhole) {
+  std::vector<HandEntry> entries;
+  std::string expected;
+  for (size_t i = 0; i < 1500; ++i) {
+    const std::string name = std::to_string(i) + "/" + std::string(i % 257, 'n');
+    const std::string content = sampleText(i == 700 ? 100000 : i * 13 % 400);
+    entries.push_back(i % 2 == 0 ? storedEntry(name, content) : testing::deflatedEntry(name, content));
+    const HandEntry& e = entries.back();
+    expected += name + " " + std::to_string(e.crc) + " " + std::to_string(e.compressedSize) + " " +
+                std::to_string(e.uncompressedSize) + " " + std::to_string(e.method) + " " + std::to_string(e.crc) +
+                " " + std::to_string(content.size()) + "\n";
+  }
+  ASSERT_TRUE(openBytes(buildArchive(entries)));
+  EXPECT_EQ(walkListing(), expected);
+}
+
 TEST_F(ReadingCore, WalkStopsAtTheLastEntry) {
   ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
   ASSERT_EQ(archive.goToNextEntry(), StatusOk);

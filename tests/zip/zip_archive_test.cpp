@@ -5,9 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <zlib.h>
 
 #include "support/temp_dir.h"
 #include "support/zip_records.h"
@@ -117,6 +120,43 @@ TEST_F(WritingCore, ReadingCoreReadsEveryEntryBack) {
   }
 }
 
+// A fresh raw deflate stream with the core's settings: the judge of the
+// core's one stream, which is reset between entries and set up again when
+// the level changes.
+std::string freshDeflate(const std::string& content, int level) {
+  z_stream stream{};
+  std::string out(deflateBound(&stream, content.size()) + 64, '\0');
+  EXPECT_EQ(deflateInit2(&stream, level, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY), Z_OK);
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(content.data()));
+  stream.avail_in = static_cast<uInt>(content.size());
+  stream.next_out = reinterpret_cast<Bytef*>(out.data());
+  stream.avail_out = static_cast<uInt>(out.size());
+  EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+  out.resize(stream.total_out);
+  deflateEnd(&stream);
+  return out;
+}
+
+TEST_F(WritingCore, EveryEntryIsDeflatedAsByAFreshStream) {
+  const std::vector<EntrySpec> entries = {
+      {"first.txt", sampleText(30000), 6, 0, 0, 1},
+      {"same-level.bin", binary(20000, 2), 6, 0, 0, 0},  // right after text: nothing of it may linger
+      {"faster.txt", sampleText(5000), 1, 6, 0, 1},
+      {"stored.txt", sampleText(100), 0, 0, 0, 0},
+      {"best.txt", sampleText(300000), 9, 2, 0, 1},
+      {"back-to-six.txt", sampleText(30000), 6, 0, 0, 1},  // the same text as the first entry
+      {"empty", "", 6, 0, 0, 0},
+  };
+  ASSERT_NO_FATAL_FAILURE(writeArchive(path("levels.zip"), entries));
+  const testing::ParsedArchive parsed = testing::parseArchive(readFile(path("levels.zip")));
+  ASSERT_TRUE(parsed.valid);
+  ASSERT_EQ(parsed.entries.size(), entries.size());
+  for (size_t i = 0; i < entries.size(); ++i) {
+    if (entries[i].level == 0) continue;
+    EXPECT_EQ(parsed.entries[i].data, freshDeflate(entries[i].content, entries[i].level)) << entries[i].name;
+  }
+}
+
 // The link block's length field counts its own 4-byte header, unlike the
 // common convention. Hence `unzip -t` reports a bad extra field for a link
 // entry and Python's zipfile refuses the whole archive: a known property of
@@ -162,22 +202,39 @@ struct FailingIO : ZipFileIO {
   int64_t budget;
 };
 
-TEST_F(WritingCore, FailedWriteEndsTheArchiveWithoutAnEndRecord) {
-  const std::string content = binary(40000, 5);
-  const int64_t entryBytes = 30 + 1 + 40000;  // local header, name "f", stored data
-  for (const int64_t budget : {int64_t{10}, int64_t{100}, entryBytes + 5, entryBytes + 12 + 20, entryBytes + 69}) {
-    SCOPED_TRACE(budget);  // local header, data, header patch, central directory, end record
+enum Step { OpenEntry, WriteData, CloseEntry, CloseArchive, NoStep };
+
+// One stored entry named "f": a 30-byte local header and the name, then the
+// data. The step that meets the failure reports it, and no end record follows.
+TEST_F(WritingCore, FailedWriteIsReportedByTheStepThatWrites) {
+  constexpr int64_t Large = 31 + 40000;
+  const struct { size_t size; int64_t budget; Step failing; const char* why; } rows[] = {
+      {40000, 10, WriteData, "the first full buffer, header included"},
+      {100, 50, CloseEntry, "a small entry goes out in one write, patched header and all"},
+      {40000, Large + 5, CloseEntry, "the header patch of an entry larger than the buffer"},
+      {40000, Large + 12 + 20, CloseArchive, "the 47-byte central directory"},
+      {40000, Large + 12 + 47 + 10, CloseArchive, "the end record"},
+  };
+  for (const auto& row : rows) {
+    const std::string content = binary(row.size, 5);
+    int status = StatusOk;
+    int step = OpenEntry;
     {
       ZipArchive archive;
-      ASSERT_TRUE(archive.openForWriting("failing.zip", 0, std::make_unique<FailingIO>(budget)));
-      int status = archive.openNewEntry("f", nullptr, nullptr, 0, nullptr, 0, nullptr, 0, 0, nullptr, nullptr, 0);
-      if (status == StatusOk) status = archive.writeEntryData(content.data(), content.size());
-      if (status == StatusOk) status = archive.closeEntry(0, 0);
-      if (status == StatusOk) status = archive.closeForWriting(nullptr);
-      EXPECT_EQ(status, StatusIoError);
+      ASSERT_TRUE(archive.openForWriting("failing.zip", 0, std::make_unique<FailingIO>(row.budget)));
+      const std::function<int()> steps[] = {
+          [&] { return archive.openNewEntry("f", nullptr, nullptr, 0, nullptr, 0, nullptr, 0, 0, nullptr, nullptr, 0); },
+          [&] { return archive.writeEntryData(content.data(), content.size()); },
+          [&] { return archive.closeEntry(0, 0); },
+          [&] { return archive.closeForWriting(nullptr); },
+      };
+      for (; step < NoStep && (status = steps[step]()) == StatusOk; ++step) {
+      }
     }  // a caller that meets a failure abandons the archive
+    EXPECT_EQ(step, row.failing) << row.why;
+    EXPECT_EQ(status, StatusIoError) << row.why;
     const std::string bytes = readFile("failing.zip");
-    EXPECT_FALSE(bytes.size() >= 22 && bytes.compare(bytes.size() - 22, 4, "PK\x05\x06") == 0) << bytes.size();
+    EXPECT_FALSE(bytes.size() >= 22 && bytes.compare(bytes.size() - 22, 4, "PK\x05\x06") == 0) << row.why;
   }
 }
 

@@ -67,6 +67,8 @@ int main(int argc, char** argv) {
   } commands[] = {{"create", zef::createCommand},
                   {"list", zef::listCommand},
                   {"extract", zef::extractCommand},
+                  {"check", zef::checkCommand},
+                  {"test", zef::testCommand},
                   {"canon", zef::canonCommand}};
   for (const auto& entry : commands) {
     if (command != entry.name) continue;

@@ -3,6 +3,7 @@
 #ifndef KXZEF_TOOLS_ZEF_H
 #define KXZEF_TOOLS_ZEF_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,12 @@ int createCommand(const std::vector<std::string>& args);
 int listCommand(const std::vector<std::string>& args);
 int extractCommand(const std::vector<std::string>& args);
 int canonCommand(const std::vector<std::string>& args);
+int checkCommand(const std::vector<std::string>& args);
+int testCommand(const std::vector<std::string>& args);
+
+// Reads a byte count: digits with an optional K, M, G or T (powers of 1024).
+// False for anything else or a count past 64 bits.
+bool parseSize(const std::string& text, uint64_t& size);
 
 // The help text of one command, or of the tool when `command` is empty.
 std::string helpText(const std::string& command);
