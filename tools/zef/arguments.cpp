@@ -129,7 +129,8 @@ std::string helpText(const std::string& command) {
            "NUL byte, are too long or given twice, or lead through a link; records that\n"
            "share or overlap data; counts that disagree; encryption, data descriptors,\n"
            "ZIP64, several disks and methods other than stored and deflated; set-user-ID,\n"
-           "set-group-ID and sticky bits; and declared sizes past the limit.\n" +
+           "set-group-ID and sticky bits; declared sizes past the limit; and a directory\n"
+           "that the library would walk otherwise than the audit did.\n" +
            more +
            "\n"
            "  --max-size=N  the limit on the declared sizes, as for 'zef extract'\n"

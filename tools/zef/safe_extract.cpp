@@ -21,6 +21,7 @@
 #include "findings.h"
 #include "interrupt_cleanup.h"
 #include "kxzefarchiver/zefarchiver.h"
+#include "library_view.h"
 #include "staged_check.h"
 #include "staging_tree.h"
 #include "zef.h"
@@ -180,7 +181,7 @@ class Extraction {
 
  private:
   int fail(const std::string& text) const;
-  int refuse(const std::vector<AuditFinding>& list) const;
+  int refuse(const std::vector<AuditFinding>& list, bool trustWouldDo) const;
   int openAndAudit();
   void select();
   int prepare();
@@ -213,11 +214,10 @@ int Extraction::fail(const std::string& text) const {
   return ExitFailure;
 }
 
-int Extraction::refuse(const std::vector<AuditFinding>& list) const {
+int Extraction::refuse(const std::vector<AuditFinding>& list, bool trustWouldDo) const {
   for (const AuditFinding& finding : list) {
     std::fprintf(messages_, "zef: %s: %s\n", request_.archive.c_str(), findingLine(report_, finding).c_str());
   }
-  const bool trustWouldDo = !request_.trust && refusals(report_, true, false).empty();
   const std::string count = std::to_string(list.size()) + (list.size() == 1 ? " finding" : " findings");
   return fail("refused for " + count + "; nothing was extracted" +
               (trustWouldDo ? " (--trust extracts it anyway)" : ""));
@@ -235,8 +235,12 @@ int Extraction::openAndAudit() {
     for (const AuditFinding& finding : report_.findings) fail(findingLine(report_, finding));
     return fail("is no ZIP archive zef can read: its end record or central directory is damaged");
   }
+  // zef's rules are checked on the audit's entries: they must be the library's.
+  if (std::vector<AuditFinding> divergent = divergenceFindings(archive_.path().c_str(), report_); !divergent.empty()) {
+    return refuse(divergent, false);
+  }
   const std::vector<AuditFinding> list = refusals(report_, request_.trust, false);
-  return list.empty() ? ExitOk : refuse(list);
+  return list.empty() ? ExitOk : refuse(list, !request_.trust && refusals(report_, true, false).empty());
 }
 
 void Extraction::select() {
@@ -266,7 +270,7 @@ int Extraction::makeStaging(const std::string& parentPath) {
   if (!foldsCase(staging_.parent.get(), staging_.name)) return ExitOk;
   // Names that differ only in case meet on this file system.
   const std::vector<AuditFinding> list = refusals(report_, request_.trust, true);
-  return list.empty() ? ExitOk : refuse(list);
+  return list.empty() ? ExitOk : refuse(list, !request_.trust && refusals(report_, true, true).empty());
 }
 
 int Extraction::prepareFresh() {
