@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "create/entry_prefetch.h"
 #include "kxzefarchiver/ZEFArchWriter.h"
 #include "zip/zip_archive.h"
 
@@ -18,6 +19,7 @@ struct CreationTarget {
   ZipArchive& archive;
   int compressionLevel;
   const std::string& archiveName;  // for the close-failure message
+  EntryPrefetch* prefetch = nullptr;  // zef's parallel engine; null runs everything here
 };
 
 // Adds every input of `inputs`, then the files queued by links, to the open

@@ -43,7 +43,8 @@ TEST_F(ZefTool, HelpVersionAndCanonAnswerOnStandardOutput) {
 
 TEST_F(ZefTool, UsageMistakesExitTwoWithAOneLineHint) {
   for (const char* arguments : {"", "frobnicate", "create", "create out.zef", "create -x out.zef f",
-                                "create out.zef --from", "list", "list a b", "extract", "extract a.zef -d",
+                                "create out.zef --from", "create -j 0 out.zef f", "create --jobs=x out.zef f",
+                                "create out.zef f -j", "list", "list a b", "extract", "extract a.zef -d",
                                 "extract --sideways a.zef", "canon"}) {
     const ToolRun run = zef(arguments);
     EXPECT_EQ(run.status, 2) << arguments;

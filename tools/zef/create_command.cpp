@@ -11,7 +11,9 @@
 
 #include "atomic_output.h"
 #include "audit/archive_audit.h"
+#include "create/zip_driver.h"
 #include "create_inputs.h"
+#include "engine/parallel_prefetch.h"
 #include "kxzefarchiver/ZEFArchWriter.h"
 #include "kxzefarchiver/ZEFFileReader.h"
 #include "zef.h"
@@ -24,6 +26,7 @@ constexpr size_t MaxEntries = 65535;
 
 struct CreateOptions {
   int level = 6;
+  unsigned jobs = defaultJobs();
   bool keep = false;
   std::string archive;
   std::string manifest;
@@ -32,9 +35,12 @@ struct CreateOptions {
 
 int parse(const std::vector<std::string>& args, CreateOptions& options) {
   bool optionsEnded = false;
+  std::string problem;
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
-    if (!optionsEnded && arg == "--") {
+    if (!optionsEnded && takeJobsOption(args, i, options.jobs, problem)) {
+      if (!problem.empty()) return usageError("create", problem);
+    } else if (!optionsEnded && arg == "--") {
       optionsEnded = true;
     } else if (!optionsEnded && arg.size() == 2 && arg[0] == '-' && arg[1] >= '0' && arg[1] <= '9') {
       options.level = arg[1] - '0';
@@ -91,12 +97,17 @@ bool gatherInputs(const CreateOptions& options, InputGatherer& gatherer) {
 }
 
 bool writeArchive(const CreateOptions& options, const std::string& path, ZEFEntryMap& inputs) {
-  std::unique_ptr<ZEFArchWriter> writer(getZipWriter());
-  if (!writer) return false;
-  writer->setCompressionLevel(options.level);
-  writer->setOverwrite(true);  // the temporary file is already there, and ours
+  // The writer getZipWriter() makes, with zef's engine beside the run; -j 1 starts no thread.
+  kxzef::ZipDriver writer;
+  writer.setCompressionLevel(options.level);
+  writer.setOverwrite(true);  // the temporary file is already there, and ours
+  std::unique_ptr<kxzef::ParallelPrefetch> engine;
+  if (options.jobs > 1) {
+    engine = std::make_unique<kxzef::ParallelPrefetch>(options.jobs);
+    writer.prefetch = engine.get();
+  }
   CreationContext context;
-  const int status = writer->createArchive(path.c_str(), inputs, &context);
+  const int status = writer.createArchive(path.c_str(), inputs, &context);
   release(context);
   return status == 0;
 }

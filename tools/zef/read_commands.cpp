@@ -23,6 +23,8 @@ const char MaxSizeOption[] = "--max-size=";
 
 int parse(const std::vector<std::string>& args, ExtractRequest& request) {
   bool optionsEnded = false;
+  std::string problem;
+  request.jobs = defaultJobs();
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& arg = args[i];
     bool* flag = arg == "--ask"       ? &request.ask
@@ -30,7 +32,9 @@ int parse(const std::vector<std::string>& args, ExtractRequest& request) {
                  : arg == "--trust"   ? &request.trust
                  : arg == "--replace" ? &request.replace
                                       : nullptr;
-    if (!optionsEnded && arg == "--") {
+    if (!optionsEnded && takeJobsOption(args, i, request.jobs, problem)) {
+      if (!problem.empty()) return usageError("extract", problem);
+    } else if (!optionsEnded && arg == "--") {
       optionsEnded = true;
     } else if (!optionsEnded && arg == "-d") {
       if (i + 1 == args.size()) return usageError("extract", "-d needs a DIR");

@@ -12,10 +12,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <unordered_map>
 
 #include "archive_file.h"
 #include "audit/archive_audit.h"
+#include "engine/parallel_extract.h"
 #include "extract/overwrite_prompt.h"
 #include "extract/unzip_driver.h"
 #include "findings.h"
@@ -321,8 +323,15 @@ int Extraction::extractNamed(ZEFArchReader& reader) {
 }
 
 int Extraction::extractStaged() {
-  std::unique_ptr<ZEFArchReader> reader(getZipReader());
+  // The reader getZipReader() makes, with zef's engine beside it when files
+  // are extracted on threads.
+  std::unique_ptr<kxzef::UnzipDriver> reader(new (std::nothrow) kxzef::UnzipDriver());
   if (!reader) return fail(std::string("cannot make a reader: ") + std::strerror(ENOMEM));
+  std::unique_ptr<kxzef::ParallelExtract> engine;
+  if (request_.jobs > 1 && !request_.flat && request_.entries.empty()) {
+    engine = std::make_unique<kxzef::ParallelExtract>(request_.jobs, archive_.path());
+    reader->dispatch = engine.get();
+  }
   // The staging directory is new: nothing in it to ask about.
   const std::string root = staging_.path + "/";
   if (reader->openWithRoot(archive_.path().c_str(), root.c_str(), true, !request_.flat) != 0) {
