@@ -1,16 +1,21 @@
 // The creation run. Inputs are visited in key order, then the files that
 // links queued; each becomes one entry. The 16 KB buffer is the only data
-// memory, so memory use does not grow with the inputs.
+// memory, so memory use does not grow with the inputs. With a prefetch, data
+// it finished is copied into the archive as it is, under the same headers.
 #include "create/creation_run.h"
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "host/host.h"
 #include "input/duplicate_entry.h"
@@ -30,6 +35,7 @@ namespace kxzef {
 namespace {
 
 constexpr mode_t KeptModeBits = 0xF1FF;  // type and rwx bits; set-id and sticky bits are dropped
+constexpr size_t NotPrefetched = SIZE_MAX;  // the input index of a file a link queued
 
 struct FreeDeleter {
   void operator()(char* buffer) const { std::free(buffer); }
@@ -78,6 +84,9 @@ class CreationRun {
   int chooseReader(const std::string& source);
   int writeInputData(const std::string& key);
   int finish(int result, bool closeWhenDone);
+  void beginPrefetch();
+  const PrefetchedEntry* takePrefetched(const struct stat& first);
+  int writePrefetched(const PrefetchedEntry& entry, const std::string& key);
 
   const CreationTarget& target_;
   ZEFEntryMap& inputs_;
@@ -86,6 +95,16 @@ class CreationRun {
   std::unique_ptr<char, FreeDeleter> buffer_;
   ZEFEntryMap extra_;    // files that links point to, queued by the duplicate check
   std::string source_;   // the current input; the context borrows it
+  bool plainFile_ = false;               // the current input has a reader without transform
+  size_t inputIndex_ = NotPrefetched;    // the current input's place in the inputs
+};
+
+// Ends the prefetch when the run ends, whichever way.
+struct PrefetchEnd {
+  ~PrefetchEnd() {
+    if (prefetch != nullptr) prefetch->end();
+  }
+  EntryPrefetch* prefetch;
 };
 
 int CreationRun::execute(bool closeWhenDone) {
@@ -94,10 +113,13 @@ int CreationRun::execute(bool closeWhenDone) {
     reportError(ZEFARCHIVER_MEM_ALLOC_ERROR);
     return StatusInternalError;
   }
+  beginPrefetch();
+  const PrefetchEnd prefetchEnd{target_.prefetch};
   int result = StatusOk;
   const ZEFEntryMap* walking = &inputs_;
   auto cursor = inputs_.begin();
-  while (cursor != walking->end() && result == StatusOk) {
+  for (size_t index = 0; cursor != walking->end() && result == StatusOk; ++index) {
+    inputIndex_ = walking == &inputs_ ? index : NotPrefetched;
     struct stat first;
     if (lstat(withForwardSlashes(cursor->first).c_str(), &first) != 0) {
       // A warning, not a failure. Skipping the last input ends the walk
@@ -128,6 +150,8 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
 
   if ((result = openInput(source_)) != StatusOk) return Flow::ReturnNow;
   if ((result = chooseReader(source_)) != StatusOk) return Flow::ReturnNow;
+  const PrefetchedEntry* ready = takePrefetched(first);
+  if (ready != nullptr && ready->text) info.internalAttributes = TextAttribute;
   if (context_.isDirectory) {
     if (dest.empty()) dest = source_;
     if (dest.back() != '/') dest += '/';
@@ -151,7 +175,7 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
   const int level = target_.compressionLevel;
   result = target_.archive.openNewEntry(entryName.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
                         level != 0 ? MethodDeflated : MethodStored, level, isLink ? linkName.c_str() : nullptr,
-                        storedTarget.c_str(), 0);
+                        storedTarget.c_str(), ready != nullptr ? 1 : 0);
   if (result != StatusOk) {
     report(ZEFARCHIVER_ERROR_OPENING_IN_ZIP, source_);
     return Flow::ReturnNow;
@@ -161,7 +185,7 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
                        ? writeEntryTextAndCheck(target_.archive, storedTarget, source_.c_str(), source_.c_str(),
                                                 dest.c_str(), linkText.c_str(), targetPath.c_str(),
                                                 inputRoot.c_str(), extra_, inputs_)
-                       : writeInputData(key);
+                       : ready != nullptr ? writePrefetched(*ready, key) : writeInputData(key);
   releaseContextObjects(context_);
   context_.isLink = false;
   context_.isDirectory = false;
@@ -169,7 +193,9 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
     result = StatusIoError;
     return Flow::EndLoop;
   }
-  if ((result = target_.archive.closeEntry(0, 0)) != StatusOk) report(ZEFARCHIVER_ERROR_CLOSING_FILE_IN_ZIP, source_);
+  result = ready != nullptr ? target_.archive.closeEntry(ready->uncompressedSize, ready->crc)
+                            : target_.archive.closeEntry(0, 0);
+  if (result != StatusOk) report(ZEFARCHIVER_ERROR_CLOSING_FILE_IN_ZIP, source_);
   return Flow::Next;
 }
 
@@ -222,6 +248,7 @@ int CreationRun::openFailure(const std::string& source) {
 int CreationRun::chooseReader(const std::string& source) {
   delete context_.currentReader;
   context_.currentReader = nullptr;
+  plainFile_ = false;
   std::ifstream* stream = context_.currentStream;
   if (context_.isDirectory) {
     context_.currentReader = new ZEFDirectoryReader(source);
@@ -234,6 +261,7 @@ int CreationRun::chooseReader(const std::string& source) {
       context_.currentReader = new ZEFFileReaderWithTransform(stream, transform);
     } else {
       context_.currentReader = new ZEFFileReaderWithoutTransform(stream);
+      plainFile_ = true;
     }
   }
   if (context_.currentReader != nullptr) return StatusOk;
@@ -262,6 +290,37 @@ int CreationRun::writeInputData(const std::string& key) {
     if (written > 0) return written;
     if (!reader.isOk()) return StatusOk;
   }
+}
+
+void CreationRun::beginPrefetch() {
+  if (target_.prefetch == nullptr) return;
+  std::vector<std::string> sources;
+  sources.reserve(inputs_.size());
+  for (const auto& input : inputs_) sources.push_back(withForwardSlashes(input.first));
+  target_.prefetch->begin(std::move(sources), target_.compressionLevel);
+}
+
+const PrefetchedEntry* CreationRun::takePrefetched(const struct stat& first) {
+  if (target_.prefetch == nullptr || !plainFile_ || inputIndex_ == NotPrefetched) return nullptr;
+  return target_.prefetch->take(inputIndex_, first);
+}
+
+// Handed over one output buffer at a time. After a failed write a deflating
+// core still holds its stream's last bytes and tries them again when the
+// entry is closed; the piece that failed is handed over again to leave the
+// core the same way, so the close fails or succeeds as it would inline.
+int CreationRun::writePrefetched(const PrefetchedEntry& entry, const std::string& key) {
+  if (observer_ != nullptr) observer_->inputRead(entry.uncompressedSize);  // read ahead, by the prefetch
+  for (uint64_t done = 0; done < entry.size;) {
+    const uint32_t piece = static_cast<uint32_t>(std::min<uint64_t>(entry.size - done, WriteBufferSize));
+    if (target_.archive.writeEntryData(entry.data + done, piece) < 0) {
+      report(ZEFARCHIVER_ERROR_WRITING_FILE, key);
+      if (target_.compressionLevel != 0) target_.archive.writeEntryData(entry.data + done, piece);
+      return StatusIoError;
+    }
+    done += piece;
+  }
+  return StatusOk;
 }
 
 int CreationRun::finish(int result, bool closeWhenDone) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "create/entry_prefetch.h"
 #include "kxzefarchiver/ZEFArchWriter.h"
 #include "zip/zip_archive.h"
 
@@ -36,6 +37,7 @@ struct CreationTarget {
   ZipArchive& archive;
   int compressionLevel;
   const std::string& archiveName;  // for the close-failure message
+  EntryPrefetch* prefetch = nullptr;  // zef's parallel engine; null runs everything here
   const CreationHooks* hooks = nullptr;
 };
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "create/entry_prefetch.h"
 #include "kxzefarchiver/ZEFArchWriter.h"
 #include "zip/zip_archive.h"
 
@@ -35,9 +36,10 @@ class ZipDriver : public ZEFArchWriter {
   int32_t compressionLevel = DefaultCompressionLevel;
   ZipArchive archive;
   std::string archiveName;                 // as opened, ".zef" rule applied
-  const CreationHooks* hooks = nullptr;    // zef's; never set through the exported interface
   // Kept: the library adds no name, but removing these on destruction is part of the driver's contract.
   std::vector<std::string> temporaryFiles; // unlinked, in order, on destruction
+  EntryPrefetch* prefetch = nullptr;       // borrowed; set only by zef, never through the exports
+  const CreationHooks* hooks = nullptr;    // the same
 };
 
 }  // namespace kxzef

@@ -102,17 +102,25 @@ int UnzipDriver::extractAll(bool closeAfter) {
     reportCoreFailure(UNZIPDRIVER_ZIPFILE_IN_UNZGETGLOBALINFO);
     count = 0;
   }
+  const bool handing = count > 0 && dispatch != nullptr && dispatch->begin();
+  if (handing) handed_.reserve(count);
   for (uint64_t index = 0; index < count;) {
-    status = extractCurrentEntry();
+    status = handing ? extractOrHand() : extractCurrentEntry();
     if (status != StatusOk) break;
     if (++index < count) {
       status = archive.goToNextEntry();
       if (status != StatusOk) {
+        // Files handed over before come first, with their failures.
+        if (int earlier = handing ? settleHanded(false) : StatusOk; earlier != StatusOk) {
+          status = earlier;
+          break;
+        }
         reportCoreFailure(UNZIPDRIVER_ZIPFILE_GOTONEXTFILE);
         break;
       }
     }
   }
+  if (handing) status = endHanding(status);
   if (closeAfter) close();
   return status;
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "extract/file_dispatch.h"
 #include "kxzefarchiver/ZEFArchReader.h"
 #include "zip/unzip_archive.h"
 
@@ -62,6 +63,10 @@ class UnzipDriver : public ZEFArchReader {
 
   const std::string& getRoot() const { return root; }
 
+  // Takes regular files off extractAll when set (zef's engine; never set
+  // through the exports). Borrowed.
+  FileDispatch* dispatch = nullptr;
+
  private:
   // The current entry's header with its name cut to EntryNameBufferSize
   // bytes and always terminated; reports a failure of the core.
@@ -78,10 +83,38 @@ class UnzipDriver : public ZEFArchReader {
 
   int extractAllAndClose();
 
+  // extractAll's steps with a dispatch (dispatched_extraction.cpp).
+  enum class EntryRoute { Hand, HereAtOnce, HereAfterHanded };
+  int extractOrHand();
+  EntryRoute routeEntry();
+  bool isLinkEntry(uint64_t extraLength);
+  int settleHanded(bool resume);
+  int endHanding(int status);
+
+  // Paths of the files handed over since the last settle, as hashes; a file
+  // whose path meets one of them is not handed over.
+  class HandedPaths {
+   public:
+    void reserve(uint64_t entries);
+    bool meets(const std::string& path) const;  // the same path, or one of its directories
+    void add(const std::string& path);
+    void clear();
+
+   private:
+    bool contains(uint64_t hash) const;
+    std::vector<uint64_t> table_;
+    std::vector<size_t> used_;
+  };
+
   bool overwrite = true;
   bool usePaths = true;
   std::string root;
   UnzipArchive archive;
+  FileJob job_;                        // the entry being handed over
+  std::string directory_;              // its directory
+  std::vector<unsigned char> extra_;   // an entry's extra field, to tell a link
+  std::string linkText_;
+  HandedPaths handed_;
 };
 
 }  // namespace kxzef

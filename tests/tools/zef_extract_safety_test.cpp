@@ -92,6 +92,16 @@ std::string sharingOneHeader() {
   return buildArchive(entries);
 }
 
+// A link, then a file below it whose central record claims a comment that
+// runs past the directory: the audit stops before that record, the library
+// does not.
+std::string hidingBelowALink(const std::string& out) {
+  std::string bytes = buildArchive({link("d", out), storedEntry("d/evil", "x")});
+  const size_t second = bytes.rfind("PK\x01\x02");
+  kxzef::testing::patchLE(bytes, second + 32, 0xFFFF, 2);  // file comment length
+  return bytes;
+}
+
 const char Refused[] = "refused for 1 finding; nothing was extracted";
 const char Trustable[] = "refused for 1 finding; nothing was extracted (--trust extracts it anyway)";
 
@@ -124,6 +134,8 @@ std::vector<HostileCase> hostileCases(const std::string& out) {
        "--trust", {"'d/made/' lies below 'd', which is no directory", Refused}},
       {"a file of a link's name, written through it", buildArchive({link("l", out + "/t"), storedEntry("l", "x")}),
        "--trust", {"'l' appears twice in the archive", Refused}},
+      {"a record the audit cannot walk to hides a file below a link, trusted", hidingBelowALink(out), "--trust",
+       {"the archive reads differently to the library than to the audit from entry 2 on", Refused}},
       {"eight records extract one local entry eight times", sharingOneHeader(), "",
        {"'copy7' shares its local header with 'copy0'",
         "refused for 14 findings; nothing was extracted (--trust extracts it anyway)"}},

@@ -43,7 +43,8 @@ TEST_F(ZefTool, InformationalCommandsAnswerOnStandardOutput) {
 
 TEST_F(ZefTool, UsageMistakesExitTwoWithAOneLineHint) {
   for (const char* arguments : {"", "frobnicate", "--frob", "create", "create out.zef", "create -x out.zef f",
-                                "create out.zef --from", "create --mtime 2024-02-30 out.zef f", "create --exclude",
+                                "create out.zef --from", "create -j 0 out.zef f", "create --jobs=x out.zef f",
+                                "create out.zef f -j", "create --mtime 2024-02-30 out.zef f", "create --exclude",
                                 "list", "list a b", "list -1 --json a", "list -v --raw a", "extract", "extract a.zef -d",
                                 "extract --sideways a.zef", "extract --overwrite=sometimes a.zef",
                                 "extract --ask --replace a.zef", "canon"}) {

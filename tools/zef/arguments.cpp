@@ -1,4 +1,6 @@
-// Messages and help shared by all commands.
+// Messages, help and options shared by all commands.
+#include <unistd.h>
+
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -70,6 +72,43 @@ int takeValued(const std::string& command, const std::vector<std::string>& args,
   return ExitOk;
 }
 
+unsigned defaultJobs() {
+  const long online = sysconf(_SC_NPROCESSORS_ONLN);
+  if (online < 1) return 1;
+  return online > static_cast<long>(MaxJobs) ? MaxJobs : static_cast<unsigned>(online);
+}
+
+bool takeJobsOption(const std::vector<std::string>& args, size_t& i, unsigned& jobs, std::string& problem) {
+  const std::string& arg = args[i];
+  std::string text;
+  if (arg == "-j" || arg == "--jobs") {
+    if (i + 1 == args.size()) {
+      problem = arg + " needs a number of threads";
+      return true;
+    }
+    text = args[++i];
+  } else if (arg.rfind("--jobs=", 0) == 0) {
+    text = arg.substr(7);
+  } else if (arg.size() > 2 && arg.rfind("-j", 0) == 0) {
+    text = arg.substr(2);
+  } else {
+    return false;
+  }
+  unsigned long value = 0;
+  bool digits = !text.empty() && text.size() <= 3;
+  for (char c : text) {
+    digits = digits && c >= '0' && c <= '9';
+    if (digits) value = value * 10 + static_cast<unsigned long>(c - '0');
+  }
+  if (!digits || value < 1 || value > MaxJobs) {
+    problem = "-j needs a number of threads from 1 to " + std::to_string(MaxJobs) + ", not '" + text + "'";
+  } else {
+    jobs = static_cast<unsigned>(value);
+    problem.clear();
+  }
+  return true;
+}
+
 std::string helpText(const std::string& command) {
   if (command == "create") {
     return "Usage: zef create [OPTIONS] ARCHIVE INPUT...\n"
@@ -84,6 +123,11 @@ std::string helpText(const std::string& command) {
            "A MANIFEST holds one SOURCE<TAB>DEST pair a line (DEST may be empty).\n"
            "\n"
            "  -0 ... -9          compression level: 0 stores, 1-9 deflate (default 6)\n"
+           "  -j N               compress on N threads (also --jobs N; default: the online\n"
+           "                     CPUs). The archive and the messages are the same whatever\n"
+           "                     N is, and -j 1 starts no thread. Files over 8 MiB are\n"
+           "                     compressed in turn, as with -j 1; at most 64 MiB of\n"
+           "                     output waits to be written\n"
            "  --keep             refuse to replace an existing ARCHIVE\n"
            "  --from FILE        read the inputs from FILE instead of the command line\n"
            "  --exclude PATTERN  leave out what PATTERN matches (repeatable): a shell\n"
@@ -171,6 +215,14 @@ std::string helpText(const std::string& command) {
            "directories keep read, write and search for their owner. Links are recreated.\n"
            "\n"
            "  -d DIR             extract below DIR (default: the current directory)\n"
+           "  -j N               inflate and write files on N threads (also --jobs N;\n"
+           "                     default: the online CPUs; -j 1 starts no thread).\n"
+           "                     Directories and links are made in archive order, and the\n"
+           "                     first entry to fail in archive order is the one reported;\n"
+           "                     files after it may already have been written to the\n"
+           "                     staging directory, which goes as after any failure. Used\n"
+           "                     when the archive is extracted with paths, unless a few\n"
+           "                     entries are asked for (those are extracted one by one)\n"
            "  --exclude PATTERN  leave out the entries PATTERN matches (repeatable), tried\n"
            "                     from the start of each component of the name, without\n"
            "                     regard to ASCII case; a match on a directory leaves out\n"
@@ -223,7 +275,8 @@ std::string helpText(const std::string& command) {
            "NUL byte, are too long or given twice, or lead through a link; records that\n"
            "share or overlap data; counts that disagree; encryption, data descriptors,\n"
            "ZIP64, several disks and methods other than stored and deflated; set-user-ID,\n"
-           "set-group-ID and sticky bits; and declared sizes past the limit.\n" +
+           "set-group-ID and sticky bits; declared sizes past the limit; and a directory\n"
+           "that the library would walk otherwise than the audit did.\n" +
            more +
            "\n"
            "  --max-size=N   the limit on the declared sizes, as for 'zef extract'\n"

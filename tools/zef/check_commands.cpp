@@ -12,6 +12,7 @@
 #include "feedback.h"
 #include "audit/archive_audit.h"
 #include "findings.h"
+#include "library_view.h"
 #include "zef.h"
 
 namespace zef {
@@ -70,7 +71,8 @@ int examine(const std::string& command, const std::vector<std::string>& args, bo
   kxzef::AuditReport report;
   const int status = kxzef::auditArchive(archive.path().c_str(), options, report);
   if (status == kxzef::AuditCannotOpen) return failure(request.archive + ": cannot be read: " + std::strerror(errno));
-  std::vector<kxzef::AuditFinding> found = refusals(report, false, false);
+  std::vector<kxzef::AuditFinding> found = divergenceFindings(archive.path().c_str(), report);
+  for (kxzef::AuditFinding& finding : refusals(report, false, false)) found.push_back(std::move(finding));
   std::vector<kxzef::AuditFinding> failed;
   if (status == kxzef::AuditOk && integrity) kxzef::testArchive(archive.path().c_str(), report, failed);
   for (const auto* list : {&found, &failed}) {

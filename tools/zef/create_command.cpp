@@ -9,6 +9,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "create/creation_run.h"
 #include "create/zip_driver.h"
 #include "create_inputs.h"
+#include "engine/parallel_prefetch.h"
 #include "entry_time.h"
 #include "feedback.h"
 #include "kxzefarchiver/ZEFArchWriter.h"
@@ -34,6 +36,7 @@ constexpr char SourceDateEpoch[] = "SOURCE_DATE_EPOCH";
 
 struct CreateOptions {
   int level = 6;
+  unsigned jobs = defaultJobs();
   bool keep = false;
   Verbosity verbosity;
   uint32_t dosDate = 0;  // every entry's time when not 0
@@ -53,6 +56,9 @@ int applyValue(const std::string& name, const std::string& value, CreateOptions&
 
 int takeOption(const std::vector<std::string>& args, size_t& i, CreateOptions& options) {
   const std::string& arg = args[i];
+  if (std::string problem; takeJobsOption(args, i, options.jobs, problem)) {
+    return problem.empty() ? ExitOk : usageError("create", problem);
+  }
   if (arg.size() == 2 && arg[1] >= '0' && arg[1] <= '9') {
     options.level = arg[1] - '0';
   } else if (arg == "--keep") {
@@ -162,11 +168,17 @@ std::string writeFailureCause(const std::string& source, const ArchivePath& arch
 
 bool writeArchive(const CreateOptions& options, const ArchivePath& archive, const AtomicOutput& output,
                   ZEFEntryMap& inputs, CreationFeedback& observer) {
+  // The writer getZipWriter() makes, with zef's hooks and engine beside the run; -j 1 starts no thread.
   kxzef::ZipDriver writer;
   const kxzef::CreationHooks hooks{&observer, options.dosDate};
   writer.hooks = &hooks;
   writer.setCompressionLevel(options.level);
   writer.setOverwrite(true);  // the temporary file is already there, and ours
+  std::unique_ptr<kxzef::ParallelPrefetch> engine;
+  if (options.jobs > 1) {
+    engine = std::make_unique<kxzef::ParallelPrefetch>(options.jobs);
+    writer.prefetch = engine.get();
+  }
   CreationContext context;
   const int status = writer.createArchive(output.writerPath().c_str(), inputs, &context);
   release(context);

@@ -29,6 +29,9 @@ int applyValue(const std::string& name, const std::string& value, ExtractRequest
 
 int takeOption(const std::vector<std::string>& args, size_t& i, ExtractRequest& request) {
   const std::string& arg = args[i];
+  if (std::string problem; takeJobsOption(args, i, request.jobs, problem)) {
+    return problem.empty() ? ExitOk : usageError("extract", problem);
+  }
   bool* flag = arg == "--flat" ? &request.flat : arg == "--trust" ? &request.trust : arg == "--replace" ? &request.replace : nullptr;
   if (flag != nullptr) {
     *flag = true;
@@ -49,6 +52,7 @@ int takeOption(const std::vector<std::string>& args, size_t& i, ExtractRequest& 
 }
 
 int parse(const std::vector<std::string>& args, ExtractRequest& request) {
+  request.jobs = defaultJobs();
   const int status = walkArguments(
       args, [&](size_t& i) { return takeOption(args, i, request); },
       [&request](const std::string& arg) {

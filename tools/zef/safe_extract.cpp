@@ -12,15 +12,18 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <unordered_map>
 
 #include "archive_file.h"
 #include "audit/archive_audit.h"
+#include "engine/parallel_extract.h"
 #include "extract/unzip_driver.h"
 #include "extraction_progress.h"
 #include "findings.h"
 #include "interrupt_cleanup.h"
 #include "kxzefarchiver/zefarchiver.h"
+#include "library_view.h"
 #include "name_patterns.h"
 #include "staged_check.h"
 #include "staging_tree.h"
@@ -186,7 +189,7 @@ class Extraction {
 
  private:
   int fail(const std::string& text) const;
-  int refuse(const std::vector<AuditFinding>& list) const;
+  int refuse(const std::vector<AuditFinding>& list, bool trustWouldDo) const;
   int openAndAudit();
   int select();
   bool oneByOne() const;
@@ -211,6 +214,7 @@ class Extraction {
   std::vector<bool> selected_;   // what was asked for
   std::vector<bool> extracted_;  // what the library is asked to extract
   size_t selectedCount_ = 0;
+  bool oneByOne_ = false;        // the selected entries are extracted one by one, by name
   std::unique_ptr<ExtractionProgress> progress_;
   Placement placement_ = Placement::Merge;
   std::string destination_;  // the destination as shown in messages ("" for the current directory)
@@ -223,11 +227,10 @@ int Extraction::fail(const std::string& text) const {
   return ExitFailure;
 }
 
-int Extraction::refuse(const std::vector<AuditFinding>& list) const {
+int Extraction::refuse(const std::vector<AuditFinding>& list, bool trustWouldDo) const {
   for (const AuditFinding& finding : list) {
     std::fprintf(messages_, "zef: %s: %s\n", request_.archive.c_str(), findingLine(report_, finding).c_str());
   }
-  const bool trustWouldDo = !request_.trust && refusals(report_, true, false).empty();
   const std::string count = std::to_string(list.size()) + (list.size() == 1 ? " finding" : " findings");
   return fail("refused for " + count + "; nothing was extracted" +
               (trustWouldDo ? " (--trust extracts it anyway)" : ""));
@@ -245,8 +248,12 @@ int Extraction::openAndAudit() {
     for (const AuditFinding& finding : report_.findings) fail(findingLine(report_, finding));
     return fail("is no ZIP archive zef can read: its end record or central directory is damaged");
   }
+  // zef's rules are checked on the audit's entries: they must be the library's.
+  if (std::vector<AuditFinding> divergent = divergenceFindings(archive_.path().c_str(), report_); !divergent.empty()) {
+    return refuse(divergent, false);
+  }
   const std::vector<AuditFinding> list = refusals(report_, request_.trust, false);
-  return list.empty() ? ExitOk : refuse(list);
+  return list.empty() ? ExitOk : refuse(list, !request_.trust && refusals(report_, true, false).empty());
 }
 
 int Extraction::select() {
@@ -267,7 +274,8 @@ int Extraction::select() {
   }
   if (!missing.empty()) return ExitFailure;
   if (selectedCount_ == 0 && !report_.entries.empty()) return fail("every entry is excluded; nothing was extracted");
-  extracted_ = oneByOne() ? selected_ : std::vector<bool>(report_.entries.size(), true);
+  oneByOne_ = oneByOne();
+  extracted_ = oneByOne_ ? selected_ : std::vector<bool>(report_.entries.size(), true);
   progress_ = std::make_unique<ExtractionProgress>(request_.verbosity, report_, selected_);
   return ExitOk;
 }
@@ -302,7 +310,7 @@ int Extraction::makeStaging(const std::string& parentPath) {
   if (!foldsCase(staging_.parent.get(), staging_.name)) return ExitOk;
   // Names that differ only in case meet on this file system.
   const std::vector<AuditFinding> list = refusals(report_, request_.trust, true);
-  return list.empty() ? ExitOk : refuse(list);
+  return list.empty() ? ExitOk : refuse(list, !request_.trust && refusals(report_, true, true).empty());
 }
 
 int Extraction::prepareFresh() {
@@ -353,8 +361,15 @@ int Extraction::extractSelected(ZEFArchReader& reader) {
 }
 
 int Extraction::extractStaged() {
-  std::unique_ptr<ZEFArchReader> reader(getZipReader());
+  // The reader getZipReader() makes, with zef's engine beside it when files
+  // are extracted on threads.
+  std::unique_ptr<kxzef::UnzipDriver> reader(new (std::nothrow) kxzef::UnzipDriver());
   if (!reader) return fail(std::string("cannot make a reader: ") + std::strerror(ENOMEM));
+  std::unique_ptr<kxzef::ParallelExtract> engine;
+  if (request_.jobs > 1 && !request_.flat && !oneByOne_) {
+    engine = std::make_unique<kxzef::ParallelExtract>(request_.jobs, archive_.path());
+    reader->dispatch = engine.get();
+  }
   // The staging directory is new: nothing in it to ask about.
   const std::string root = staging_.path + "/";
   if (reader->openWithRoot(archive_.path().c_str(), root.c_str(), true, !request_.flat) != 0) {
@@ -366,7 +381,7 @@ int Extraction::extractStaged() {
     inStaging = std::make_unique<WorkingDirectory>(staging_.fd.get());
     if (!inStaging->changed()) return fail(std::string("cannot enter the staging directory: ") + std::strerror(errno));
   }
-  if (extracted_ == selected_ && selectedCount_ != report_.entries.size()) {
+  if (oneByOne_) {
     const int status = extractSelected(*reader);
     reader->close();
     return status;
@@ -375,7 +390,7 @@ int Extraction::extractStaged() {
   const bool extracted = reader->extractAll(true) == 0;
   progress_->stop(extracted);
   if (!extracted) return failedExtraction();
-  if (extracted_ != selected_) pruneStaged(staging_.fd.get(), report_, selected_);
+  if (selectedCount_ != report_.entries.size()) pruneStaged(staging_.fd.get(), report_, selected_);
   return ExitOk;
 }
 

@@ -31,6 +31,7 @@ struct ExtractRequest {
   bool replace = false;              // swap the whole destination directory
   bool limitGiven = false;           // maxTotalSize holds the user's limit
   uint64_t maxTotalSize = 0;         // 0 lifts the limit
+  unsigned jobs = 1;                 // threads that write files; 1 starts none
 };
 
 // Carries out `request`. zef's own lines ("zef: ..."; each refusal, then

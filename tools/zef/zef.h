@@ -59,6 +59,15 @@ int takeValued(const std::string& command, const std::vector<std::string>& args,
 // False for anything else or a count past 64 bits.
 bool parseSize(const std::string& text, uint64_t& size);
 
+// The worker threads of -j when none is given: the online CPUs, at least 1.
+unsigned defaultJobs();
+
+// When args[i] is -j N, -jN, --jobs N or --jobs=N, stores N (1 to MaxJobs)
+// in `jobs`, moves `i` onto the argument that held N and returns true;
+// `problem` is then "" or what is wrong with N. False for any other argument.
+constexpr unsigned MaxJobs = 256;
+bool takeJobsOption(const std::vector<std::string>& args, size_t& i, unsigned& jobs, std::string& problem);
+
 // The help text of one command, or of the tool when `command` is empty.
 std::string helpText(const std::string& command);
 

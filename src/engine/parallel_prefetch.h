@@ -1,0 +1,91 @@
+// zef's parallel creation: worker threads read and compress plain files
+// ahead of the creation run, which copies their output into the archive in
+// its own order, so the archive is the one a single thread writes. Workers
+// never call host code (they only read files and run zlib), and memory stays
+// bounded: finished data of at most `inFlightCap` bytes, and files larger
+// than `largestFile` are left to the run, which streams them as always.
+#ifndef KXZEF_ENGINE_PARALLEL_PREFETCH_H
+#define KXZEF_ENGINE_PARALLEL_PREFETCH_H
+
+#include <sys/stat.h>
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "create/entry_prefetch.h"
+
+namespace kxzef {
+
+constexpr uint64_t DefaultInFlightCap = uint64_t{64} << 20;
+constexpr uint64_t DefaultLargestPrefetch = uint64_t{8} << 20;
+constexpr size_t SlotsPerWorker = 32;  // how many inputs each worker may run ahead of the run
+
+struct PrefetchLimits {
+  uint64_t inFlightCap = DefaultInFlightCap;     // bytes of output buffers held at once
+  uint64_t largestFile = DefaultLargestPrefetch; // larger files are never prefetched
+};
+
+class ParallelPrefetch : public EntryPrefetch {
+ public:
+  // `workers` threads are started by begin() and stopped by end(); with 0,
+  // or when no thread can be started, every take() returns null.
+  explicit ParallelPrefetch(unsigned workers, PrefetchLimits limits = PrefetchLimits{});
+  ~ParallelPrefetch() override;  // ends a run still going
+  ParallelPrefetch(const ParallelPrefetch&) = delete;
+  ParallelPrefetch& operator=(const ParallelPrefetch&) = delete;
+
+  void begin(std::vector<std::string> sources, int level) override;
+  const PrefetchedEntry* take(size_t index, const struct stat& seen) override;
+  void end() override;
+
+  // The most bytes of output buffers held at once since begin(); for tests.
+  uint64_t peakHeld() const;
+
+  // Waits until no worker is reading or compressing and none may start
+  // another input before the run moves on; for tests.
+  void settle();
+
+ private:
+  enum class SlotState { Free, Opening, WaitingMemory, Working, Done, Failed, Cancelled };
+  struct Slot {
+    size_t index = 0;
+    SlotState state = SlotState::Free;
+    std::unique_ptr<unsigned char[]> buffer;
+    uint64_t capacity = 0;
+    struct stat file {};  // what the worker opened
+    PrefetchedEntry entry;
+  };
+  void work();
+  bool claim(std::unique_lock<std::mutex>& lock, size_t& index);
+  bool claimable() const;
+  bool reserve(std::unique_lock<std::mutex>& lock, Slot& slot, uint64_t capacity);
+  bool reclaimIdle(uint64_t wanted, const Slot& keep);
+  void finishJob(Slot& slot, bool done);
+  bool busy(const Slot& slot) const;
+  bool obsolete(const Slot& slot) const;
+  Slot& slotFor(size_t index) { return slots_[index % slots_.size()]; }
+
+  const unsigned workerCount_;
+  const PrefetchLimits limits_;
+  std::vector<std::string> sources_;
+  int level_ = 0;
+  std::vector<Slot> slots_;
+  std::vector<std::thread> threads_;
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;  // any slot's state, the run's position, or stopping
+  size_t next_ = 0;                  // the next input a worker may claim
+  size_t position_ = 0;              // the input the run asked about last
+  uint64_t held_ = 0;                // bytes of all slots' buffers
+  uint64_t peakHeld_ = 0;
+  bool stopping_ = false;
+};
+
+}  // namespace kxzef
+
+#endif

@@ -1,0 +1,176 @@
+// zef extract's parallel engine under the driver: what lands on disk, the
+// messages and the result must be those of the driver alone; after a
+// failure, files later in the archive may be there as well.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "engine/parallel_extract.h"
+#include "extract/unzip_driver.h"
+#include "support/channel_capture.h"
+#include "support/temp_dir.h"
+#include "support/zip_records.h"
+
+namespace kxzef {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HandEntry;
+
+struct Extracted {
+  int status;
+  std::string messages;
+  std::vector<std::string> tree;  // one line per path: type, mode, time, content or target
+};
+
+HandEntry file(const std::string& name, const std::string& content, unsigned mode = 0644) {
+  HandEntry entry = testing::deflatedEntry(name, content);
+  entry.externalAttributes = uint64_t{0100000 | mode} << 16;
+  return entry;
+}
+
+HandEntry directory(const std::string& name) {
+  HandEntry entry = testing::storedEntry(name, "");
+  entry.externalAttributes = uint64_t{040755} << 16;
+  return entry;
+}
+
+HandEntry link(const std::string& name, const std::string& target) {
+  HandEntry entry = testing::storedEntry(name, target);
+  entry.externalAttributes = uint64_t{0120777} << 16;
+  entry.centralExtra = testing::linkBlock(target);
+  return entry;
+}
+
+std::vector<std::string> snapshot(const std::string& root) {
+  std::vector<std::string> lines;
+  for (const auto& item : fs::recursive_directory_iterator(root)) {
+    struct stat status {};
+    lstat(item.path().c_str(), &status);
+    std::string line = item.path().string() + " " + std::to_string(status.st_mode) + " ";
+    if (S_ISREG(status.st_mode)) {
+      line += std::to_string(status.st_mtime) + " " + testing::TempDirTest::readFile(item.path());
+    } else if (S_ISLNK(status.st_mode)) {
+      line += fs::read_symlink(item.path()).string();
+    }
+    lines.push_back(line);
+  }
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
+// The first line where the trees differ, cut short; "" when they agree.
+std::string firstDifference(const std::vector<std::string>& a, const std::vector<std::string>& b) {
+  for (size_t i = 0; i < std::max(a.size(), b.size()); ++i) {
+    const std::string left = i < a.size() ? a[i] : "<none>", right = i < b.size() ? b[i] : "<none>";
+    if (left != right) return left.substr(0, 60) + " | " + right.substr(0, 60);
+  }
+  return "";
+}
+
+class ParallelExtraction : public testing::TempDirTest {
+ protected:
+  // Extracts `entries` below "out/", which must not exist yet.
+  Extracted extract(const std::vector<HandEntry>& entries, FileDispatch* dispatch) const {
+    writeFile("in.zef", testing::buildArchive(entries));
+    testing::ChannelCapture capture;
+    UnzipDriver driver;
+    driver.dispatch = dispatch;
+    EXPECT_EQ(driver.openWithRoot("in.zef", "out/", true, true), 0);
+    const int status = driver.extractAll(true);
+    return Extracted{status, capture.error() + capture.output(), snapshot("out")};
+  }
+
+  // Extracts alone, then with two workers, into "out" both times (the first
+  // tree moves to "alone"), so that paths in messages and trees agree.
+  std::pair<Extracted, Extracted> bothWays(const std::vector<HandEntry>& entries) const {
+    const Extracted alone = extract(entries, nullptr);
+    fs::rename("out", "alone");
+    ParallelExtract engine(2, "in.zef");
+    return {alone, extract(entries, &engine)};
+  }
+};
+
+TEST_F(ParallelExtraction, TreeIsTheOneTheDriverMakesAlone) {
+  std::vector<HandEntry> tree{directory("app/"), directory("app/empty/")};
+  for (int i = 0; i < 300; ++i) {  // more than the queue holds
+    const std::string name = "app/d" + std::to_string(i % 9) + "/f" + std::to_string(i);
+    tree.push_back(file(name, testing::sampleText(40 + static_cast<size_t>(i) * 97), i % 4 == 0 ? 0750 : 0640));
+  }
+  tree.push_back(link("app/latest", "d1/f1"));
+  tree.push_back(file("app/after-link", "written after the link"));
+  const struct {
+    std::vector<HandEntry> entries;
+    const char* why;
+  } rows[] = {
+      {tree, "directories, links, modes and times, files in many directories"},
+      {{file("d/x", "first"), file("d/y", "other"), file("D/X", "second")},
+       "a name given twice (up to case): the later file is written after the earlier"},
+      {{file("a", "a file"), file("a/b", "needs a directory where the file is")},
+       "a file in the way of a later directory fails the later entry"},
+      {{file("a/b", "inside"), file("a", "where a directory is")}, "a directory in the way of a later file"},
+      {{file("p/x", "x"), directory("p/x/"), file("p/y", "y")}, "a directory entry where a file was handed over"},
+  };
+  for (const auto& row : rows) {
+    const auto [alone, parallel] = bothWays(row.entries);
+    EXPECT_EQ(parallel.status, alone.status) << row.why;
+    EXPECT_EQ(parallel.messages, alone.messages) << row.why;
+    EXPECT_EQ(firstDifference(parallel.tree, alone.tree), "") << row.why;
+    fs::remove_all("alone");
+    fs::remove_all("out");
+  }
+}
+
+// The driver extracts a failed file again, in archive order: its messages
+// are the driver's own, and the run ends there.
+TEST_F(ParallelExtraction, FirstFailureInArchiveOrderIsTheOneReported) {
+  std::vector<HandEntry> entries;
+  for (int i = 0; i < 40; ++i) entries.push_back(file("f/" + std::to_string(100 + i), testing::sampleText(5000)));
+  HandEntry badCrc = file("f/bad-crc", testing::sampleText(5000));
+  badCrc.crc ^= 1;
+  HandEntry badData = file("f/bad-data", "deflate data that does not inflate");
+  badData.data = std::string(8, '\xff');  // block type 3, which deflate never writes
+  badData.compressedSize = badData.data.size();
+  const struct {
+    size_t at;
+    HandEntry broken;
+    const char* why;
+  } rows[] = {
+      {10, badCrc, "a CRC that does not match"},
+      {0, badCrc, "the very first file"},
+      {39, badCrc, "after every other file was handed over"},
+      {20, badData, "data that does not inflate"},
+  };
+  for (const auto& row : rows) {
+    std::vector<HandEntry> broken = entries;
+    broken.insert(broken.begin() + static_cast<long>(row.at), row.broken);
+    broken.push_back(file("f/later", "also fails: only the first failure counts"));
+    broken.back().crc ^= 1;
+    const auto [alone, parallel] = bothWays(broken);
+    EXPECT_NE(alone.status, 0) << row.why;
+    EXPECT_EQ(parallel.status, alone.status) << row.why;
+    EXPECT_EQ(parallel.messages, alone.messages) << row.why;
+    for (const std::string& line : alone.tree) {
+      EXPECT_NE(std::find(parallel.tree.begin(), parallel.tree.end(), line), parallel.tree.end())
+          << row.why << ": " << line.substr(0, 40);
+    }
+    fs::remove_all("alone");
+    fs::remove_all("out");
+  }
+}
+
+TEST_F(ParallelExtraction, WithoutWorkersTheDriverDoesEverything) {
+  const std::vector<HandEntry> entries{file("a/b", "content")};
+  ParallelExtract engine(0, "in.zef");
+  const Extracted extracted = extract(entries, &engine);
+  EXPECT_EQ(extracted.status, 0);
+  EXPECT_EQ(testing::TempDirTest::readFile("out/a/b"), "content");
+}
+
+}  // namespace
+}  // namespace kxzef

@@ -1,0 +1,218 @@
+// zef create's parallel engine: an archive made with workers must be the one
+// the run makes alone, byte for byte, with the same messages and result,
+// whatever the level, the number of workers or the memory cap.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "create/creation_run.h"
+#include "create/zip_driver.h"
+#include "engine/parallel_prefetch.h"
+#include "support/channel_capture.h"
+#include "support/temp_dir.h"
+#include "support/zip_records.h"
+
+namespace kxzef {
+namespace {
+
+struct RunResult {
+  int status;
+  std::string messages;
+  std::string bytes;
+};
+
+// Bytes deflate cannot shrink, the same for the same seed.
+std::string noise(unsigned seed, size_t size) {
+  std::mt19937 generator(seed);
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(generator());
+  return bytes;
+}
+
+struct stat statOf(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+  return status;
+}
+
+class ParallelCreation : public testing::TempDirTest {
+ protected:
+  // Directories, a link whose target is queued behind the inputs, text that
+  // deflates to more than one output buffer, bytes that do not deflate, and
+  // many small files of both kinds.
+  ZEFEntryMap makeTree() {
+    ZEFEntryMap inputs;
+    for (int i = 0; i < 150; ++i) {
+      char name[32];
+      std::snprintf(name, sizeof name, "tree/small/f%03d", i);
+      const size_t size = 100 + static_cast<size_t>(i) * 29;
+      writeFile(name, i % 3 == 0 ? noise(static_cast<unsigned>(i), size) : testing::sampleText(size));
+      inputs[name] = ZEFEntryRecord();
+    }
+    writeFile("tree/large/text", testing::sampleText(600 << 10));
+    writeFile("tree/large/noise", noise(7, 300 << 10));
+    writeFile("outside/target", "reached through the link");
+    EXPECT_EQ(mkdir("tree/empty", 0750), 0);
+    EXPECT_EQ(symlink("../outside/target", "tree/link"), 0);
+    for (const char* path : {"tree/large/text", "tree/large/noise", "tree/empty", "tree/link"}) {
+      inputs[path] = ZEFEntryRecord(ZEFEntryKindFile, nullptr, false, std::string("app/") + (path + 5));
+    }
+    return inputs;
+  }
+
+  // `archive` is read back unless it leads to a device.
+  static RunResult create(const ZEFEntryMap& inputs, int level, EntryPrefetch* prefetch, const char* archive,
+                          bool readBack = true) {
+    testing::ChannelCapture capture;
+    ZEFEntryMap walked = inputs;
+    ZipDriver driver;
+    driver.setCompressionLevel(level);
+    driver.prefetch = prefetch;
+    CreationContext context;
+    int status = driver.open(archive);
+    if (status == StatusOk) status = driver.addInputs(walked, &context, true);
+    releaseContextObjects(context);
+    return RunResult{status, capture.error() + capture.output(), readBack ? readFile(archive) : ""};
+  }
+
+  // Runs alone and with `prefetch`; expects the same archive, messages and result.
+  void expectSameAsAlone(const ZEFEntryMap& inputs, int level, ParallelPrefetch& prefetch, const std::string& why) {
+    const RunResult alone = create(inputs, level, nullptr, "alone.zef");
+    const RunResult parallel = create(inputs, level, &prefetch, "parallel.zef");
+    EXPECT_EQ(parallel.status, alone.status) << why;
+    EXPECT_EQ(parallel.messages, alone.messages) << why;
+    EXPECT_EQ(parallel.bytes.size(), alone.bytes.size()) << why;
+    EXPECT_TRUE(parallel.bytes == alone.bytes) << why;
+  }
+};
+
+TEST_F(ParallelCreation, ArchiveIsTheOneTheRunMakesAlone) {
+  const ZEFEntryMap inputs = makeTree();
+  const struct {
+    int level;
+    unsigned workers;
+    PrefetchLimits limits;
+    const char* why;
+  } rows[] = {
+      {6, 2, {}, "the default level"},
+      {1, 3, {}, "level 1 takes deflate's fast path"},
+      {9, 2, {}, "level 9 sets other header flags"},
+      {0, 2, {}, "level 0 stores: workers only read and checksum"},
+      {6, 1, {}, "one worker"},
+      {6, 4, {96 << 10, 32 << 10}, "a cap smaller than the tree: workers wait and the run takes inputs back"},
+  };
+  for (const auto& row : rows) {
+    ParallelPrefetch prefetch(row.workers, row.limits);
+    expectSameAsAlone(inputs, row.level, prefetch, row.why);
+    EXPECT_LE(prefetch.peakHeld(), row.limits.inFlightCap) << row.why;
+  }
+}
+
+// deflate judges text from the bytes alone, so the worker's verdict is the core's.
+TEST_F(ParallelCreation, TextAttributeFollowsTheBytes) {
+  ParallelPrefetch prefetch(2);
+  const testing::ParsedArchive archive = testing::parseArchive(create(makeTree(), 6, &prefetch, "p.zef").bytes);
+  ASSERT_TRUE(archive.valid);
+  std::map<std::string, uint64_t> attributes;
+  for (const testing::HandEntry& entry : archive.entries) attributes[entry.name] = entry.internalAttributes;
+  EXPECT_EQ(attributes.at("app/large/text"), 1u);
+  EXPECT_EQ(attributes.at("app/large/noise"), 0u);
+}
+
+// The empty file ends the run in archive order, though workers read past it.
+TEST_F(ParallelCreation, FirstFailureInArchiveOrderIsTheOneReported) {
+  ZEFEntryMap inputs = makeTree();
+  writeFile("tree/small/f050-empty", "");
+  inputs["tree/small/f050-empty"] = ZEFEntryRecord();
+  ParallelPrefetch prefetch(2);
+  expectSameAsAlone(inputs, 6, prefetch, "an empty file in the middle");
+  EXPECT_EQ(testing::entryNames(readFile("parallel.zef")).back(), "tree/small/f050-empty");
+}
+
+TEST_F(ParallelCreation, WriteFailuresGiveTheSameMessages) {
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "no /dev/full here";
+  ASSERT_EQ(symlink("/dev/full", "full.zef"), 0);
+  const std::pair<size_t, const char*> rows[] = {
+      {1 << 20, "fails while the data is copied"},
+      {16000, "fails when the entry is closed: its data fits one output buffer"},
+  };
+  for (const auto& [size, why] : rows) {
+    writeFile("data", testing::sampleText(size));
+    const ZEFEntryMap inputs{{"data", ZEFEntryRecord()}};
+    const RunResult alone = create(inputs, 6, nullptr, "full.zef", false);
+    ParallelPrefetch prefetch(2);
+    const RunResult parallel = create(inputs, 6, &prefetch, "full.zef", false);
+    EXPECT_EQ(parallel.status, alone.status) << why;
+    EXPECT_EQ(parallel.messages, alone.messages) << why;
+  }
+}
+
+class Prefetch : public testing::TempDirTest {};
+
+TEST_F(Prefetch, DeliversDeflatedBytesWithTheirCrcAndSize) {
+  const std::string content = testing::sampleText(100000);
+  writeFile("a", content);
+  ParallelPrefetch prefetch(1);
+  prefetch.begin({"a"}, 6);
+  prefetch.settle();
+  const PrefetchedEntry* entry = prefetch.take(0, statOf("a"));
+  ASSERT_NE(entry, nullptr);
+  EXPECT_EQ(entry->uncompressedSize, content.size());
+  EXPECT_EQ(entry->crc, testing::crcOf(content));
+  EXPECT_TRUE(entry->text);
+  testing::HandEntry deflated = testing::deflatedEntry("a", "");
+  deflated.data.assign(reinterpret_cast<const char*>(entry->data), entry->size);
+  deflated.uncompressedSize = content.size();
+  EXPECT_TRUE(testing::entryContent(deflated) == content);
+  prefetch.end();
+}
+
+TEST_F(Prefetch, InputsItMustNotTakeAreLeftToTheRun) {
+  writeFile("file", "content");
+  writeFile("other", "another content");
+  writeFile("empty", "");
+  writeFile("large", std::string(5000, 'x'));
+  ASSERT_EQ(mkdir("directory", 0755), 0);
+  ASSERT_EQ(symlink("file", "link"), 0);
+  ASSERT_EQ(mkfifo("fifo", 0644), 0);
+  const struct {
+    const char* source;
+    const char* seen;  // what the run found at its own look
+    const char* why;
+  } rows[] = {
+      {"file", "other", "the run saw another file there"},
+      {"empty", "empty", "empty: the run reports it"},
+      {"large", "large", "over the size limit: the run streams it"},
+      {"directory", "directory", "not a regular file"},
+      {"link", "link", "a link is the run's to resolve"},
+      {"fifo", "fifo", "never opened, so never waited on"},
+      {"missing", "file", "gone: the run reports it"},
+  };
+  std::vector<std::string> sources;
+  for (const auto& row : rows) sources.push_back(row.source);
+  ParallelPrefetch prefetch(2, PrefetchLimits{DefaultInFlightCap, 4096});
+  prefetch.begin(sources, 6);
+  prefetch.settle();
+  for (size_t i = 0; i < sources.size(); ++i) {
+    EXPECT_EQ(prefetch.take(i, statOf(rows[i].seen)), nullptr) << rows[i].why;
+  }
+  prefetch.end();
+}
+
+TEST_F(Prefetch, WithoutWorkersNothingIsPrepared) {
+  writeFile("a", "alpha");
+  ParallelPrefetch prefetch(0);
+  prefetch.begin({"a"}, 6);
+  EXPECT_EQ(prefetch.take(0, statOf("a")), nullptr);
+  prefetch.end();
+}
+
+}  // namespace
+}  // namespace kxzef

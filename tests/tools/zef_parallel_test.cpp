@@ -1,0 +1,132 @@
+// zef create -j and zef extract -j as a user meets them: the number of
+// threads changes neither the archive's bytes, nor what lands on disk, nor
+// the messages and exit status of a run that fails.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <regex>
+#include <string>
+
+#include "support/temp_dir.h"
+#include "support/zip_records.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using kxzef::testing::runCommand;
+
+struct ToolRun {
+  int status;
+  std::string err;
+};
+
+class ZefParallel : public kxzef::testing::TempDirTest {
+ protected:
+  // Runs "PREFIX zef ARGUMENTS"; standard error is kept.
+  ToolRun zef(const std::string& arguments, const std::string& prefix = "") const {
+    const int status = runCommand(prefix + " " + ZEF_PROGRAM + " " + arguments + " </dev/null >/dev/null 2>'" +
+                                  path("zef.err") + "'");
+    // The temporary file's name is random; the rest must match.
+    const std::regex temporary("zef-(tmp|stage)-[A-Za-z0-9]{6}");
+    return ToolRun{status, std::regex_replace(readFile(path("zef.err")), temporary, "zef-$1-XXXXXX")};
+  }
+
+  // Directories (one empty), links to a file and to a directory, many small
+  // files, text that deflates to many output buffers, and a file past the
+  // size the threads take, which the calling thread streams.
+  void makeTree() const {
+    for (int i = 0; i < 400; ++i) {
+      char name[48];
+      std::snprintf(name, sizeof name, "tree/d%d/f%03d", i % 7, i);
+      writeFile(name, kxzef::testing::sampleText(50 + static_cast<size_t>(i) * 23), i % 5 == 0 ? 0755 : 0644);
+    }
+    writeFile("tree/large/text", kxzef::testing::sampleText(3 << 20));
+    ASSERT_EQ(runCommand("head -c 9437184 /dev/urandom >tree/large/noise"), 0);
+    ASSERT_EQ(mkdir("tree/empty", 0700), 0);
+    ASSERT_EQ(symlink("d1/f001", "tree/file-link"), 0);
+    ASSERT_EQ(symlink("d2", "tree/dir-link"), 0);
+  }
+
+  // What `root` holds: each path with its type, mode and link target, and
+  // each file's size and time (the others get the time they were made at).
+  std::string listing(const std::string& root) const {
+    runCommand("cd '" + root + "' && { find . ! -type f -printf '%p %y %m %l\\n'; find . -type f -printf "
+               "'%p %m %s %T@\\n'; } | sort >'" + path("listing.txt") + "'");
+    return readFile(path("listing.txt"));
+  }
+};
+
+TEST_F(ZefParallel, CreateWritesTheSameArchiveOnAnyNumberOfThreads) {
+  makeTree();
+  const struct {
+    const char* options;
+    const char* single;  // the same run on the calling thread alone
+  } rows[] = {
+      {"-j 2", "-j 1"},
+      {"-j3", "-j 1"},
+      {"--jobs 4", "--jobs=1"},
+      {"--jobs=2 -1", "-j 1 -1"},  // deflate's fast path
+      {"-0 -j 2", "-0 -j 1"},      // stored: the threads only read and checksum
+      {"", "-j 1"},                // the default: the online CPUs
+  };
+  for (const auto& row : rows) {
+    ASSERT_EQ(zef(std::string("create ") + row.single + " one.zef tree=app").status, 0) << readFile("zef.err");
+    ASSERT_EQ(zef(std::string("create ") + row.options + " many.zef tree=app").status, 0) << readFile("zef.err");
+    EXPECT_TRUE(readFile("many.zef") == readFile("one.zef")) << row.options;
+  }
+}
+
+// A file size limit fails the write part-way: at the same byte, with the
+// same messages, whatever the number of threads.
+TEST_F(ZefParallel, CreateFailsTheSameWayOnAnyNumberOfThreads) {
+  makeTree();
+  for (const char* limit : {"100000", "2000000"}) {
+    const ToolRun single = zef("create -j 1 out.zef tree", std::string("prlimit --fsize=") + limit);
+    const ToolRun parallel = zef("create -j 2 out.zef tree", std::string("prlimit --fsize=") + limit);
+    EXPECT_EQ(single.status, 1) << limit;
+    EXPECT_EQ(parallel.status, single.status) << limit;
+    EXPECT_EQ(parallel.err, single.err) << limit;
+    EXPECT_FALSE(fs::exists("out.zef")) << limit;
+  }
+}
+
+TEST_F(ZefParallel, ExtractMakesTheSameTreeOnAnyNumberOfThreads) {
+  makeTree();
+  ASSERT_EQ(zef("create -j 1 in.zef tree=app").status, 0) << readFile("zef.err");
+  ASSERT_EQ(zef("extract -j 1 in.zef -d one").status, 0) << readFile("zef.err");
+  const std::string single = listing("one");
+  EXPECT_NE(single.find("./app/file-link l 777"), std::string::npos) << single.substr(0, 300);
+  for (const char* jobs : {"-j 2", "--jobs=3", ""}) {
+    fs::remove_all("many");
+    ASSERT_EQ(zef(std::string("extract ") + jobs + " in.zef -d many").status, 0) << jobs << readFile("zef.err");
+    EXPECT_TRUE(listing("many") == single) << jobs;
+    EXPECT_EQ(runCommand("diff -r --no-dereference one many >/dev/null"), 0) << jobs;
+  }
+}
+
+// A file whose stored bytes were changed fails its CRC check: the same
+// entry is named whatever the number of threads, and nothing is installed.
+TEST_F(ZefParallel, ExtractFailsTheSameWayOnAnyNumberOfThreads) {
+  makeTree();
+  writeFile("tree/d3/marked", "MARKER " + kxzef::testing::sampleText(20000));
+  ASSERT_EQ(zef("create -0 -j 1 in.zef tree=app").status, 0) << readFile("zef.err");
+  std::string bytes = readFile("in.zef");
+  const size_t marker = bytes.find("MARKER ");
+  ASSERT_NE(marker, std::string::npos);
+  bytes[marker] = 'm';
+  writeFile("in.zef", bytes);
+  const ToolRun single = zef("extract -j 1 in.zef -d one");
+  const ToolRun parallel = zef("extract -j 2 in.zef -d two");
+  EXPECT_EQ(single.status, 1);
+  EXPECT_EQ(parallel.status, single.status);
+  EXPECT_NE(single.err.find("'app/d3/marked' failed its CRC check"), std::string::npos) << single.err;
+  EXPECT_EQ(parallel.err, std::regex_replace(single.err, std::regex("'one'"), "'two'"));
+  EXPECT_FALSE(fs::exists("one"));
+  EXPECT_FALSE(fs::exists("two"));
+}
+
+}  // namespace
