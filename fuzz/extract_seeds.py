@@ -3,7 +3,8 @@
 
 Each seed is small and reaches one path of zef's audited extraction: a clean
 tree with a link (extracted), names and links that leave the destination,
-a shared local header and a wrong CRC (refused or failed).
+a record that only the library reads, a shared local header and a wrong
+CRC (refused or failed).
 Run it from any directory; it replaces the folder's contents.
 """
 import io
@@ -71,6 +72,13 @@ def seeds():
         (info("d/made/", 0o40755), b"", zipfile.ZIP_STORED),
         (info("d", 0o100644), b"a file of the link's name", zipfile.ZIP_STORED),
     ])
+    hidden = bytearray(archive([
+        (link("d", "/tmp"), b"/tmp", zipfile.ZIP_STORED),
+        (info("d/evil", 0o100644), b"below the link", zipfile.ZIP_STORED),
+    ]))
+    second = hidden.rindex(b"PK\x01\x02")
+    hidden[second + 32:second + 34] = b"\xff\xff"  # a comment past the directory's end hides the record from an audit
+    yield "hidden.zef", bytes(hidden)
     yield "shared.zef", shared_local_header(8)
     crc = bytearray(archive([(info("b.bin", 0o100644), b"checked data", zipfile.ZIP_STORED)]))
     central = crc.rindex(b"PK\x01\x02")

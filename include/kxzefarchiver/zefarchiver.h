@@ -3,14 +3,24 @@
 // directory maker, the path canonicaliser, the date parser and the version
 // globals. Nothing here needs an initialisation call: the two text channels
 // exist from load time and the message catalogue registers itself on first use.
+//
+// A C (C99 or later) translation unit sees only the plain exports of the
+// extern "C" block below; everything else needs C++.
 #ifndef KXZEFARCHIVER_ZEFARCHIVER_H
 #define KXZEFARCHIVER_ZEFARCHIVER_H
 
+#ifdef __cplusplus
 #include <ctime>
 #include <string>
 
 #include "kxzefarchiver/ZEFArchReader.h"
+#else
+#include <stdbool.h>
+#endif
+
 #include "kxzefarchiver/export.h"
+
+#ifdef __cplusplus
 
 // Receives every piece of text the library prints on one channel, as a
 // NUL-terminated string. The result matters only for single characters: a
@@ -60,6 +70,7 @@ KXZEF_EXPORT std::string zefMakePathCanonical(std::string path);
 KXZEF_EXPORT time_t DateStringToSeconds(const char* text);
 
 extern "C" {
+#endif
 
 // Creates the archive `archiveName` from `count` inputs: `sources[i]` is
 // stored under the name `destinations[i]` (an empty or null text keeps the
@@ -89,6 +100,8 @@ KXZEF_EXPORT extern const char* libkxzefarchiver_version;
 // The build date as the C compiler's __DATE__ gives it, such as "Nov  2 2026".
 KXZEF_EXPORT extern const char* libkxzefarchiver_build_date;
 
+#ifdef __cplusplus
 }  // extern "C"
+#endif
 
 #endif

@@ -69,7 +69,10 @@ ZipTime currentLocalTime() {
 class CreationRun {
  public:
   CreationRun(const CreationTarget& target, ZEFEntryMap& inputs, CreationContext& context)
-      : target_(target), inputs_(inputs), context_(context) {}
+      : target_(target),
+        inputs_(inputs),
+        context_(context),
+        observer_(target.hooks != nullptr ? target.hooks->observer : nullptr) {}
 
   int execute(bool closeWhenDone);
 
@@ -88,6 +91,7 @@ class CreationRun {
   const CreationTarget& target_;
   ZEFEntryMap& inputs_;
   CreationContext& context_;
+  CreationObserver* observer_;  // zef's, or null
   std::unique_ptr<char, FreeDeleter> buffer_;
   ZEFEntryMap extra_;    // files that links point to, queued by the duplicate check
   std::string source_;   // the current input; the context borrows it
@@ -167,6 +171,7 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
   }
 
   const std::string entryName = dest.empty() ? source_ : dest + context_.currentReader->name();
+  if (observer_ != nullptr) observer_->entryStarted(source_, entryName);
   const int level = target_.compressionLevel;
   result = target_.archive.openNewEntry(entryName.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
                         level != 0 ? MethodDeflated : MethodStored, level, isLink ? linkName.c_str() : nullptr,
@@ -203,6 +208,7 @@ ZipEntryInfo CreationRun::fileInformation(const std::string& source, const struc
     info.modified = currentLocalTime();
     info.dosDate = dosDateFromTime(info.modified);
   }
+  if (target_.hooks != nullptr && target_.hooks->fixedDosDate != 0) info.dosDate = target_.hooks->fixedDosDate;
   return info;
 }
 
@@ -274,6 +280,7 @@ int CreationRun::writeInputData(const std::string& key) {
       return StatusIoError;
     }
     if (count < 1) return written;
+    if (observer_ != nullptr) observer_->inputRead(static_cast<uint64_t>(count));
     written = target_.archive.writeEntryData(buffer_.get(), static_cast<uint32_t>(count));
     if (written < 0) {
       report(ZEFARCHIVER_ERROR_WRITING_FILE, key);
@@ -303,6 +310,7 @@ const PrefetchedEntry* CreationRun::takePrefetched(const struct stat& first) {
 // entry is closed; the piece that failed is handed over again to leave the
 // core the same way, so the close fails or succeeds as it would inline.
 int CreationRun::writePrefetched(const PrefetchedEntry& entry, const std::string& key) {
+  if (observer_ != nullptr) observer_->inputRead(entry.uncompressedSize);  // read ahead, by the prefetch
   for (uint64_t done = 0; done < entry.size;) {
     const uint32_t piece = static_cast<uint32_t>(std::min<uint64_t>(entry.size - done, WriteBufferSize));
     if (target_.archive.writeEntryData(entry.data + done, piece) < 0) {

@@ -61,7 +61,8 @@ int ZipDriver::openWithOptions(const char* name, bool overwriteExisting, int lev
 int ZipDriver::addInputs(ZEFEntryMap& inputs, CreationContext* context, bool closeWhenDone) {
   CreationContext ownContext;  // for callers that pass none; released here
   CreationContext& used = context != nullptr ? *context : ownContext;
-  const int status = runCreation(CreationTarget{archive, compressionLevel, archiveName, prefetch}, inputs, used, closeWhenDone);
+  const int status =
+      runCreation(CreationTarget{archive, compressionLevel, archiveName, prefetch, hooks}, inputs, used, closeWhenDone);
   releaseContextObjects(ownContext);
   return status;
 }

@@ -13,6 +13,8 @@
 
 namespace kxzef {
 
+struct CreationHooks;
+
 constexpr int DefaultCompressionLevel = 6;
 
 class ZipDriver : public ZEFArchWriter {
@@ -37,6 +39,7 @@ class ZipDriver : public ZEFArchWriter {
   // Kept: the library adds no name, but removing these on destruction is part of the driver's contract.
   std::vector<std::string> temporaryFiles; // unlinked, in order, on destruction
   EntryPrefetch* prefetch = nullptr;       // borrowed; set only by zef, never through the exports
+  const CreationHooks* hooks = nullptr;    // the same
 };
 
 }  // namespace kxzef

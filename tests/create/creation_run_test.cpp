@@ -149,5 +149,32 @@ TEST_F(CreationRun, CoreFailuresAreReportedWithTheirNames) {
   }
 }
 
+// What zef hears of a run: each entry as it starts, and every block read.
+class RecordingObserver final : public CreationObserver {
+ public:
+  void entryStarted(const std::string& source, const std::string& entryName) override {
+    heard += source + " as " + entryName + "\n";
+  }
+  void inputRead(uint64_t bytes) override { read += bytes; }
+  std::string heard;
+  uint64_t read = 0;
+};
+
+TEST_F(CreationRun, HooksSeeEveryEntryAndFixItsTime) {
+  writeFile("lib/real.so.1", std::string(40000, 'r'));  // more than one block
+  ASSERT_EQ(symlink("lib/real.so.1", "lib.so"), 0);
+  ZEFEntryMap inputs{{"lib.so", to("lib.so")}};
+  RecordingObserver observer;
+  const CreationHooks hooks{&observer, 0x58A63C00};  // 2024-05-06 07:32:00
+  ZipDriver driver;
+  driver.hooks = &hooks;
+  ASSERT_EQ(driver.open("out.zef"), 0);
+  ASSERT_EQ(driver.addInputs(inputs, &context, true), 0);
+  // The linked file too, from the absolute path the link resolved to.
+  EXPECT_EQ(observer.heard, "lib.so as lib.so\n" + path("lib/real.so.1") + " as lib/real.so.1\n");
+  EXPECT_EQ(observer.read, 40000u);  // a link's text is no input read
+  for (const auto& entry : archive().entries) EXPECT_EQ(entry.dosDate, 0x58A63C00u) << entry.name;
+}
+
 }  // namespace
 }  // namespace kxzef

@@ -28,7 +28,7 @@ ToolRun zef(const std::string& arguments, const std::string& input = "/dev/null"
   return ToolRun{status, ZefTool::readFile("zef.out"), ZefTool::readFile("zef.err")};
 }
 
-TEST_F(ZefTool, HelpVersionAndCanonAnswerOnStandardOutput) {
+TEST_F(ZefTool, InformationalCommandsAnswerOnStandardOutput) {
   const char* rows[][2] = {{"--help", "Commands:"},           {"create --help", "Usage: zef create"},
                            {"list --help", "Usage: zef list"},   {"extract --help", "Usage: zef extract"},
                            {"canon --help", "Usage: zef canon"}, {"--version", "zef (kxzefarchiver) 1."},
@@ -42,10 +42,12 @@ TEST_F(ZefTool, HelpVersionAndCanonAnswerOnStandardOutput) {
 }
 
 TEST_F(ZefTool, UsageMistakesExitTwoWithAOneLineHint) {
-  for (const char* arguments : {"", "frobnicate", "create", "create out.zef", "create -x out.zef f",
+  for (const char* arguments : {"", "frobnicate", "--frob", "create", "create out.zef", "create -x out.zef f",
                                 "create out.zef --from", "create -j 0 out.zef f", "create --jobs=x out.zef f",
-                                "create out.zef f -j", "list", "list a b", "extract", "extract a.zef -d",
-                                "extract --sideways a.zef", "canon"}) {
+                                "create out.zef f -j", "create --mtime 2024-02-30 out.zef f", "create --exclude",
+                                "list", "list a b", "list -1 --json a", "list -v --raw a", "extract", "extract a.zef -d",
+                                "extract --sideways a.zef", "extract --overwrite=sometimes a.zef",
+                                "extract --ask --replace a.zef", "canon"}) {
     const ToolRun run = zef(arguments);
     EXPECT_EQ(run.status, 2) << arguments;
     EXPECT_EQ(run.out, "") << arguments;
@@ -53,7 +55,7 @@ TEST_F(ZefTool, UsageMistakesExitTwoWithAOneLineHint) {
   }
 }
 
-TEST_F(ZefTool, CreateListAndExtractATree) {
+TEST_F(ZefTool, ExtractedTreeMatchesTheCreatedOne) {
   writeFile("src/bin/run", "#!/bin/sh\necho run\n", 0755);
   writeFile("src/etc/run.conf", "speed=fast\n", 0640);
   fs::create_symlink("../etc/run.conf", "src/bin/conf");
@@ -62,8 +64,7 @@ TEST_F(ZefTool, CreateListAndExtractATree) {
   EXPECT_EQ(run.out + run.err, "");
   run = zef("list out");  // ".zef" is tried when the name is not found
   EXPECT_EQ(run.status, 0);
-  EXPECT_TRUE(contains(run.err, "Length  Method   Size  Ratio")) << run.err;
-  for (const char* line : {"  app/\n", "  app/bin/conf\n", "  app/bin/run\n", "  app/etc/run.conf\n", "Defl:X"}) {
+  for (const char* line : {"  app/\n", "  app/bin/conf -> ../etc/run.conf\n", "  app/bin/run\n", "6 entries\n"}) {
     EXPECT_TRUE(contains(run.out, line)) << line << " in " << run.out;
   }
   ASSERT_EQ(zef("extract out.zef -d dest").status, 0);
@@ -78,15 +79,16 @@ TEST_F(ZefTool, CreateListAndExtractATree) {
   EXPECT_EQ(fs::read_symlink("bare/src/bin/conf"), "../etc/run.conf");
 }
 
-TEST_F(ZefTool, LibraryFailuresExitOneAndNameTheFile) {
+TEST_F(ZefTool, FailuresExitOneNamingTheFile) {
   writeFile("empty", "");
   writeFile("kept.zef", "old");
   ASSERT_EQ(zef("create -0 one.zef kept.zef").status, 0);
   const char* rows[][2] = {
-      {"extract one.zef -d dest nothere.txt", "File 'nothere.txt' not found in the zipfile"},
+      {"extract one.zef -d dest nothere.txt", "zef: one.zef: 'nothere.txt' is not in the archive; nothing was extracted\n"},
       {"create out.zef empty", "zef: empty: empty file (an archive entry must have content)\n"
                                "zef: could not create 'out.zef'; nothing was written\n"},
-      {"list missing.zef", "The ZEF archive 'missing.zef.zef' does not exist!"},
+      {"list missing.zef", "zef: missing.zef: no such file (nor 'missing.zef.zef')\n"},
+      {"list --raw missing.zef", "The ZEF archive 'missing.zef.zef' does not exist!"},
       {"create --keep kept.zef one.zef", "zef: kept.zef: already exists (--keep refuses to replace it)"},
       {"canon ../up", "Cannot canonicalize\n '../up'\n because it begins with ../."},
   };
@@ -100,28 +102,15 @@ TEST_F(ZefTool, LibraryFailuresExitOneAndNameTheFile) {
   EXPECT_EQ(readFile("kept.zef"), "old");
 }
 
-TEST_F(ZefTool, AskKeepsFilesWhenInputEndsAndReplacesThemOnYes) {
-  writeFile("a.txt", "archived");
-  ASSERT_EQ(zef("create one.zef a.txt").status, 0);
-  writeFile("dest/a.txt", "local edit");
-  const ToolRun run = zef("extract one.zef -d dest --ask");  // standard input is empty
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_TRUE(contains(run.err, "The file 'dest/a.txt' exists. Overwrite ? [y]es, [n]o, [A]ll:"));
-  EXPECT_EQ(readFile("dest/a.txt"), "local edit");
-  writeFile("answers", "maybe\ny\n");
-  EXPECT_EQ(zef("extract one.zef -d dest --ask", "answers").status, 0);
-  EXPECT_EQ(readFile("dest/a.txt"), "archived");
-}
-
 TEST_F(ZefTool, ManifestWithThousandsOfInputs) {
   std::ofstream manifest(path("manifest.tsv"));
   for (int i = 0; i < 3000; ++i)
     manifest << writeFile("in/f" + std::to_string(i), "content " + std::to_string(i)) << "\tdata/" << i << ".txt\n";
   manifest.close();
   ASSERT_EQ(zef("create -1 many.zef --from manifest.tsv").status, 0);
-  const ToolRun run = zef("list many.zef");  // one line per entry on standard output
+  const ToolRun run = zef("list -1 many.zef");
   EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 3000);
-  EXPECT_TRUE(contains(run.out, "  data/2999.txt\n"));
+  EXPECT_TRUE(contains(run.out, "\ndata/2999.txt\n"));
 }
 
 }  // namespace

@@ -25,6 +25,8 @@ class ArchiveFile {
   // that is readable, otherwise the name it was opened under.
   const std::string& path() const { return path_; }
   uint64_t size() const { return size_; }
+  // The open descriptor, for positioned reads; -1 before a successful open.
+  int descriptor() const { return fd_; }
   // True after open() found neither name.
   bool missing() const { return missing_; }
 

@@ -16,6 +16,8 @@
 #include <cstring>
 #include <string>
 
+#include "feedback.h"
+
 namespace zef {
 
 namespace {
@@ -38,6 +40,9 @@ char armedName[NAME_MAX + 1];
 
 extern "C" void removeTemporaryAndDie(int signal) {
   if (armed) unlinkat(armedDirectory, armedName, 0);
+  static const char erase[] = "\r\033[K";  // the shell's next words start on a clean line
+  const int saved = errno;
+  if (progressLineShown() && write(STDERR_FILENO, erase, sizeof erase - 1) < 0) errno = saved;
   std::signal(signal, SIG_DFL);
   raise(signal);  // delivered once the handler returns, as the default action
 }
@@ -171,6 +176,11 @@ std::string AtomicOutput::open(const ArchivePath& archive) {
   writerPath_ = beside.size() <= WriterPathLimit ? beside
                                                  : "/proc/self/fd/" + std::to_string(directoryFd_) + "/" + tempName_;
   return "";
+}
+
+uint64_t AtomicOutput::size() const {
+  struct stat status {};
+  return fileFd_ >= 0 && fstat(fileFd_, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
 std::string AtomicOutput::seal(const ArchivePath& archive) {

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 
 namespace zef {
@@ -47,6 +48,9 @@ class AtomicOutput {
   // The path to hand to the writer: at most 255 bytes and holding a ".", so
   // that the writer neither cuts it nor appends to it.
   const std::string& writerPath() const { return writerPath_; }
+
+  // The bytes in the temporary file now (the writer may have unlinked it), 0 when unknown.
+  uint64_t size() const;
 
   // Makes sure the file written is still ours, gives it the permission bits
   // of the archive it replaces (or what the umask leaves of 0666), and

@@ -9,8 +9,10 @@
 #include <vector>
 
 #include "archive_file.h"
+#include "feedback.h"
 #include "audit/archive_audit.h"
 #include "findings.h"
+#include "library_view.h"
 #include "zef.h"
 
 namespace zef {
@@ -21,6 +23,7 @@ const char MaxSizeOption[] = "--max-size=";
 
 struct CheckRequest {
   std::string archive;
+  Verbosity verbosity;
   bool limitGiven = false;
   uint64_t maxTotalSize = 0;
 };
@@ -32,6 +35,7 @@ int parse(const std::string& command, const std::vector<std::string>& args, Chec
       if (!parseSize(arg.substr(std::strlen(MaxSizeOption)), request.maxTotalSize)) {
         return usageError(command, "--max-size needs a number of bytes, not '" + arg + "'");
       }
+    } else if (takeVerbosity(arg, request.verbosity)) {
     } else if (arg.size() > 1 && arg[0] == '-') {
       return usageError(command, "unknown option '" + arg + "'");
     } else if (!request.archive.empty()) {
@@ -47,6 +51,13 @@ std::string plural(size_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
+// The -v summary: the bytes the archive's entries take in it and unpacked.
+void summarize(const std::string& archive, const kxzef::AuditReport& report) {
+  uint64_t packed = 0;
+  for (const kxzef::AuditEntry& entry : report.entries) packed += entry.compressedSize;
+  printSummary(archive, report.entries.size(), packed, report.totalUncompressed);
+}
+
 // Audits the archive and prints the findings, zef's own refusals included;
 // `integrity` adds the integrity test's failures.
 int examine(const std::string& command, const std::vector<std::string>& args, bool integrity) {
@@ -60,12 +71,14 @@ int examine(const std::string& command, const std::vector<std::string>& args, bo
   kxzef::AuditReport report;
   const int status = kxzef::auditArchive(archive.path().c_str(), options, report);
   if (status == kxzef::AuditCannotOpen) return failure(request.archive + ": cannot be read: " + std::strerror(errno));
-  std::vector<kxzef::AuditFinding> found = refusals(report, false, false);
+  std::vector<kxzef::AuditFinding> found = divergenceFindings(archive.path().c_str(), report);
+  for (kxzef::AuditFinding& finding : refusals(report, false, false)) found.push_back(std::move(finding));
   std::vector<kxzef::AuditFinding> failed;
   if (status == kxzef::AuditOk && integrity) kxzef::testArchive(archive.path().c_str(), report, failed);
   for (const auto* list : {&found, &failed}) {
     for (const kxzef::AuditFinding& finding : *list) std::printf("%s\n", findingLine(report, finding).c_str());
   }
+  if (request.verbosity.verbose) summarize(request.archive, report);
   std::fflush(stdout);
   const std::string entries = plural(report.entries.size(), "entry", "entries");
   if (status != kxzef::AuditOk) return failure(request.archive + ": the central directory is damaged; read " + entries);

@@ -3,19 +3,27 @@
 // integrity test, and only then renames it over the archive. The writer's
 // own habits (removing the name it was given on failure, cutting names at
 // 255 bytes) then only ever touch zef's temporary file.
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
 #include <csignal>
-#include <fstream>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "atomic_output.h"
 #include "audit/archive_audit.h"
+#include "create/creation_run.h"
 #include "create/zip_driver.h"
 #include "create_inputs.h"
 #include "engine/parallel_prefetch.h"
+#include "entry_time.h"
+#include "feedback.h"
 #include "kxzefarchiver/ZEFArchWriter.h"
 #include "kxzefarchiver/ZEFFileReader.h"
+#include "name_patterns.h"
 #include "zef.h"
 
 namespace zef {
@@ -24,43 +32,92 @@ namespace {
 
 constexpr size_t MaxEntries = 65535;
 
+constexpr char SourceDateEpoch[] = "SOURCE_DATE_EPOCH";
+
 struct CreateOptions {
   int level = 6;
   unsigned jobs = defaultJobs();
   bool keep = false;
+  Verbosity verbosity;
+  uint32_t dosDate = 0;  // every entry's time when not 0
   std::string archive;
   std::string manifest;
   std::vector<std::string> inputs;
+  std::vector<std::string> excludes;
 };
 
-int parse(const std::vector<std::string>& args, CreateOptions& options) {
-  bool optionsEnded = false;
-  std::string problem;
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& arg = args[i];
-    if (!optionsEnded && takeJobsOption(args, i, options.jobs, problem)) {
-      if (!problem.empty()) return usageError("create", problem);
-    } else if (!optionsEnded && arg == "--") {
-      optionsEnded = true;
-    } else if (!optionsEnded && arg.size() == 2 && arg[0] == '-' && arg[1] >= '0' && arg[1] <= '9') {
-      options.level = arg[1] - '0';
-    } else if (!optionsEnded && arg == "--keep") {
-      options.keep = true;
-    } else if (!optionsEnded && arg == "--from") {
-      if (i + 1 == args.size()) return usageError("create", "--from needs a FILE");
-      options.manifest = args[++i];
-    } else if (!optionsEnded && arg.size() > 1 && arg[0] == '-') {
-      return usageError("create", "unknown option '" + arg + "'");
-    } else if (options.archive.empty()) {
-      options.archive = arg;
-    } else {
-      options.inputs.push_back(arg);
-    }
+int applyValue(const std::string& name, const std::string& value, CreateOptions& options) {
+  if (name == "--from") options.manifest = value;
+  if (name == "--exclude") options.excludes.push_back(value);
+  if (name != "--mtime") return ExitOk;
+  const std::string problem = parseEntryTime(value, options.dosDate);
+  return problem.empty() ? ExitOk : usageError("create", "--mtime: " + problem);
+}
+
+int takeOption(const std::vector<std::string>& args, size_t& i, CreateOptions& options) {
+  const std::string& arg = args[i];
+  if (std::string problem; takeJobsOption(args, i, options.jobs, problem)) {
+    return problem.empty() ? ExitOk : usageError("create", problem);
   }
-  if (options.archive.empty()) return usageError("create", "no ARCHIVE given");
-  if (options.inputs.empty() && options.manifest.empty()) return usageError("create", "no INPUT given");
+  if (arg.size() == 2 && arg[1] >= '0' && arg[1] <= '9') {
+    options.level = arg[1] - '0';
+  } else if (arg == "--keep") {
+    options.keep = true;
+  } else if (!takeVerbosity(arg, options.verbosity)) {
+    bool taken = false;
+    const int status = takeValued(
+        "create", args, i, {{"--from", "a FILE"}, {"--exclude", "a PATTERN"}, {"--mtime", "a TIME"}},
+        [&options](const std::string& name, const std::string& value) { return applyValue(name, value, options); },
+        taken);
+    if (status != ExitOk || taken) return status;
+    return usageError("create", "unknown option '" + arg + "'");
+  }
   return ExitOk;
 }
+
+int parse(const std::vector<std::string>& args, CreateOptions& options) {
+  const int status = walkArguments(
+      args, [&](size_t& i) { return takeOption(args, i, options); },
+      [&options](const std::string& arg) {
+        if (options.archive.empty()) {
+          options.archive = arg;
+        } else {
+          options.inputs.push_back(arg);
+        }
+      });
+  if (status != ExitOk) return status;
+  if (options.archive.empty()) return usageError("create", "no ARCHIVE given");
+  if (options.inputs.empty() && options.manifest.empty()) return usageError("create", "no INPUT given");
+  // --mtime wins over the environment, which reproducible builds set for every tool.
+  const char* epoch = std::getenv(SourceDateEpoch);
+  if (options.dosDate == 0 && epoch != nullptr && *epoch != '\0') {
+    if (std::string problem = parseSourceDateEpoch(epoch, options.dosDate); !problem.empty()) {
+      return usageError("create", problem);
+    }
+  }
+  return ExitOk;
+}
+
+// The writer's word on each entry, turned into -v lines and the progress
+// line; it also remembers the entry under way, for the closing line of a
+// failed run.
+class CreationFeedback final : public kxzef::CreationObserver {
+ public:
+  explicit CreationFeedback(Feedback& feedback) : feedback_(feedback) {}
+  void entryStarted(const std::string& source, const std::string& entryName) override {
+    source_ = source;
+    entry_ = entryName;
+    feedback_.entry(entryName);
+  }
+  void inputRead(uint64_t bytes) override { feedback_.addBytes(bytes); }
+  const std::string& source() const { return source_; }
+  const std::string& entry() const { return entry_; }
+
+ private:
+  Feedback& feedback_;
+  std::string source_;
+  std::string entry_;
+};
 
 // What a failed run leaves in the context is ours to release.
 void release(CreationContext& context) {
@@ -96,9 +153,25 @@ bool gatherInputs(const CreateOptions& options, InputGatherer& gatherer) {
   return ok && gatherer.refusals() == 0;
 }
 
-bool writeArchive(const CreateOptions& options, const std::string& path, ZEFEntryMap& inputs) {
-  // The writer getZipWriter() makes, with zef's engine beside the run; -j 1 starts no thread.
+// Why the writer stopped at the entry from `source`, as far as zef can tell.
+std::string writeFailureCause(const std::string& source, const ArchivePath& archive, const AtomicOutput& output) {
+  if (std::string problem = inputProblem(source); !problem.empty()) return "its file " + problem;
+  struct rlimit limit {};
+  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
+      output.size() + kxzef::CreationBufferSize >= limit.rlim_cur) {
+    return "the archive reached the file size limit of " + std::to_string(limit.rlim_cur) + " bytes";
+  }
+  struct statvfs space {};
+  if (statvfs(archive.directory.c_str(), &space) == 0 && space.f_bavail == 0) return "the disk is full";
+  return "reading its file or writing the archive failed (the library's message above says which)";
+}
+
+bool writeArchive(const CreateOptions& options, const ArchivePath& archive, const AtomicOutput& output,
+                  ZEFEntryMap& inputs, CreationFeedback& observer) {
+  // The writer getZipWriter() makes, with zef's hooks and engine beside the run; -j 1 starts no thread.
   kxzef::ZipDriver writer;
+  const kxzef::CreationHooks hooks{&observer, options.dosDate};
+  writer.hooks = &hooks;
   writer.setCompressionLevel(options.level);
   writer.setOverwrite(true);  // the temporary file is already there, and ours
   std::unique_ptr<kxzef::ParallelPrefetch> engine;
@@ -107,9 +180,16 @@ bool writeArchive(const CreateOptions& options, const std::string& path, ZEFEntr
     writer.prefetch = engine.get();
   }
   CreationContext context;
-  const int status = writer.createArchive(path.c_str(), inputs, &context);
+  const int status = writer.createArchive(output.writerPath().c_str(), inputs, &context);
   release(context);
-  return status == 0;
+  if (status == 0) return true;
+  if (!observer.entry().empty()) {
+    failure("could not create '" + archive.path + "': " + kxzef::quotedName(observer.entry()) + " could not be stored: " +
+            writeFailureCause(observer.source(), archive, output) + "; " + unchanged(archive));
+  } else {
+    notCreated(archive, unchanged(archive));
+  }
+  return false;
 }
 
 void reportFinding(const ArchivePath& archive, const kxzef::AuditReport& report, const kxzef::AuditFinding& finding) {
@@ -137,20 +217,29 @@ bool readsBack(const ArchivePath& archive, const std::string& path) {
   return report.findings.empty() && failures.empty();
 }
 
-int writeAndReplace(const CreateOptions& options, const ArchivePath& archive, ZEFEntryMap& inputs) {
+uint64_t fileSize(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+}
+
+int writeAndReplace(const CreateOptions& options, const ArchivePath& archive, InputGatherer& gatherer) {
   AtomicOutput output;
   if (std::string problem = output.open(archive); !problem.empty()) {
     failure(problem);
     return notCreated(archive, unchanged(archive));
   }
-  if (!writeArchive(options, output.writerPath(), inputs) || !readsBack(archive, output.writerPath())) {
-    return notCreated(archive, unchanged(archive));
-  }
+  Feedback feedback(options.verbosity, gatherer.inputs().size(), gatherer.fileBytes());
+  CreationFeedback observer(feedback);
+  if (!writeArchive(options, archive, output, gatherer.inputs(), observer)) return ExitFailure;
+  feedback.erase();
+  if (!readsBack(archive, output.writerPath())) return notCreated(archive, unchanged(archive));
+  const uint64_t written = fileSize(output.writerPath());
   if (std::string problem = output.seal(archive); !problem.empty()) {
     failure(problem);
     return notCreated(archive, unchanged(archive));
   }
   if (std::string problem = output.commit(archive, options.keep); !problem.empty()) return failure(problem);
+  if (options.verbosity.verbose) printSummary(archive.path, feedback.entries(), feedback.bytes(), written);
   return ExitOk;
 }
 
@@ -162,11 +251,15 @@ int createCommand(const std::vector<std::string>& args) {
   ArchivePath archive;
   const std::string archiveProblem = resolveArchivePath(options.archive, options.keep, archive);
   if (!archiveProblem.empty()) failure(archive.path + ": " + archiveProblem);
+  NamePatterns excludes(false, false);
+  for (const std::string& pattern : options.excludes) excludes.add(pattern);
   InputGatherer gatherer(archive.exists ? &archive.current : nullptr);
+  gatherer.setExcludes(excludes);
   if (!gatherInputs(options, gatherer) || !archiveProblem.empty()) return notCreated(archive, "nothing was written");
+  if (gatherer.inputs().empty()) return notCreated(archive, "there is nothing to store (every input excluded or empty); nothing was written");
   // A file size limit then fails the write, which is reported, instead of ending zef.
   std::signal(SIGXFSZ, SIG_IGN);
-  return writeAndReplace(options, archive, gatherer.inputs());
+  return writeAndReplace(options, archive, gatherer);
 }
 
 }  // namespace zef

@@ -12,11 +12,13 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "atomic_output.h"
+#include "feedback.h"
 
 namespace zef {
 
@@ -53,7 +55,41 @@ std::string entryName(const std::string& source, const std::string& destination,
   return name;
 }
 
+// `name` below the stored directory name `directory` ("" for the top).
+std::string below(const std::string& directory, const std::string& name) {
+  return directory.empty() ? name : directory + "/" + name;
+}
+
+bool isDirectory(int directory, const char* name, unsigned char type) {
+  if (type != DT_UNKNOWN) return type == DT_DIR;
+  struct stat status;
+  return fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(status.st_mode);
+}
+
 }  // namespace
+
+std::string cleanName(const std::string& name, bool& climbed) {
+  std::vector<std::string_view> kept;
+  for (size_t start = 0; start <= name.size();) {
+    const size_t end = std::min(name.find('/', start), name.size());
+    const std::string_view part(name.data() + start, end - start);
+    start = end + 1;
+    if (part.empty() || part == ".") continue;
+    if (part != "..") {
+      kept.push_back(part);
+    } else if (kept.empty()) {
+      climbed = true;
+    } else {
+      kept.pop_back();
+    }
+  }
+  std::string clean;
+  for (const std::string_view part : kept) {
+    if (!clean.empty()) clean += '/';
+    clean.append(part);
+  }
+  return clean;
+}
 
 InputGatherer::InputGatherer(const struct stat* archive) {
   if (archive == nullptr) return;
@@ -85,23 +121,31 @@ bool InputGatherer::addManifest(const std::string& manifest) {
   return !in.bad();
 }
 
-// An input without a destination is stored under its source path, less any
-// leading "/" so that extraction stays below its directory. Naming that path
-// as the destination, rather than leaving it empty, lets links among the
-// inputs find the entries they point to instead of storing those files twice.
+// An input without a destination is stored under its source path, cleaned.
+// Naming that path as the destination, rather than leaving it empty, lets
+// links among the inputs find the entries they point to instead of storing
+// those files twice. A directory stored under no name at all ("." or "/")
+// gives its contents without an entry of its own.
 void InputGatherer::add(const std::string& source, const std::string& destination) {
-  std::string stored = destination;
-  if (stored.empty()) {
-    const size_t start = source.find_first_not_of('/');
-    if (start != std::string::npos) stored = source.substr(start);
-  }
+  bool climbed = false;
+  const std::string stored = cleanName(destination.empty() ? source : destination, climbed);
+  if (climbed) warning(source + ": stored as '" + stored + "', without the '..' that leads above it");
+  if (excluded(stored, isDirectory(AT_FDCWD, source.c_str(), DT_UNKNOWN))) return;
   const Verdict verdict = judge(AT_FDCWD, source.c_str(), source, true);
   if (verdict != Verdict::Store && verdict != Verdict::Walk) return;
-  inputs_[source] = ZEFEntryRecord(ZEFEntryKindFile, nullptr, false, stored);
+  if (stored.empty() && verdict != Verdict::Walk) {
+    refuse(source, "would be stored under an empty name; give it one with SOURCE=DEST");
+    return;
+  }
+  if (!stored.empty()) inputs_[source] = ZEFEntryRecord(ZEFEntryKindFile, nullptr, false, stored);
   if (verdict == Verdict::Walk) {
-    directories_.insert(source);
+    if (!stored.empty()) directories_.insert(source);
     walk(source, stored);
   }
+}
+
+bool InputGatherer::excluded(const std::string& stored, bool directory) {
+  return excludes_ != nullptr && !stored.empty() && excludes_->matches(directory ? stored + "/" : stored);
 }
 
 // The directory is closed before its subdirectories are opened, so that
@@ -118,9 +162,9 @@ void InputGatherer::walk(const std::string& source, const std::string& destinati
   errno = 0;
   while (const dirent* entry = readdir(directory)) {
     const char* name = entry->d_name;
-    if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 && !isTemporaryArchiveName(name)) {
-      names.emplace_back(name);
-    }
+    if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 || isTemporaryArchiveName(name)) continue;
+    // Excluded names are never examined: an unreadable one is no refusal.
+    if (!excluded(below(destination, name), isDirectory(fd, name, entry->d_type))) names.emplace_back(name);
     errno = 0;
   }
   if (errno != 0) refuse(source, "directory cannot be read to its end (" + systemCause(errno) + ")");
@@ -133,7 +177,7 @@ void InputGatherer::walk(const std::string& source, const std::string& destinati
   closedir(directory);
   for (const auto& [name, walked] : kept) {
     const std::string child = joined(source, name.c_str());
-    const std::string childDestination = destination + "/" + name;
+    const std::string childDestination = below(destination, name);
     inputs_[child] = ZEFEntryRecord(ZEFEntryKindFile, nullptr, false, childDestination);
     if (!walked) continue;
     directories_.insert(child);
@@ -160,7 +204,9 @@ InputGatherer::Verdict InputGatherer::judge(int directory, const char* name, con
   if (S_ISLNK(status.st_mode)) return judgeLink(directory, name, shown, named);
   if (!S_ISREG(status.st_mode)) return judgeSpecial(status.st_mode, shown, named, "is");
   const std::string cause = fileCause(directory, name, status);
-  return cause.empty() ? Verdict::Store : refuse(shown, cause);
+  if (!cause.empty()) return refuse(shown, cause);
+  fileBytes_ += static_cast<uint64_t>(status.st_size);
+  return Verdict::Store;
 }
 
 // The writer stores the file a link points to as well, so that file must
@@ -189,8 +235,18 @@ InputGatherer::Verdict InputGatherer::refuse(const std::string& shown, const std
 }
 
 InputGatherer::Verdict InputGatherer::skip(const std::string& shown, const std::string& cause) {
-  std::fprintf(stderr, "zef: warning: %s: %s\n", shown.c_str(), cause.c_str());
+  warning(shown + ": " + cause);
   return Verdict::Skip;
+}
+
+std::string inputProblem(const std::string& source) {
+  struct stat status;
+  if (lstat(source.c_str(), &status) != 0) {
+    return errno == ENOENT ? "no longer exists" : "cannot be examined (" + systemCause(errno) + ")";
+  }
+  if (!S_ISREG(status.st_mode)) return "";
+  const std::string cause = fileCause(AT_FDCWD, source.c_str(), status);
+  return cause == EmptyCause ? "is empty" : cause;
 }
 
 void InputGatherer::checkNames() {

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <iterator>
 
+#include "feedback.h"
+
 namespace zef {
 
 namespace {
@@ -67,7 +69,9 @@ bool removeBelow(int parentFd, const char* name) {
 void onSignal(int signal) {
   const int saved = errno;
   if (stagingParentFd >= 0) removeBelow(stagingParentFd, stagingName);
+  static const char erase[] = "\r\033[K";
   static const char note[] = "zef: interrupted; nothing was installed\n";
+  if (progressLineShown() && write(STDERR_FILENO, erase, sizeof erase - 1) < 0) errno = saved;
   if (write(STDERR_FILENO, note, sizeof note - 1) < 0) errno = saved;
   // Die of the signal, as if zef had not caught it.
   ::signal(signal, SIG_DFL);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "feedback.h"
 #include "kxzefarchiver/zefarchiver.h"
 #include "zef.h"
 
@@ -16,7 +17,10 @@ int toStandardOutput(const char* text) {
 }
 
 int toStandardError(const char* text) {
-  if (text == nullptr || std::fputs(text, stderr) < 0) return 0;
+  if (text == nullptr) return 0;
+  // A library message does not go after a progress line's text.
+  if (zef::progressLineShown()) std::fputs("\r\033[K", stderr);
+  if (std::fputs(text, stderr) < 0) return 0;
   return static_cast<int>(std::strlen(text));
 }
 
@@ -75,5 +79,6 @@ int main(int argc, char** argv) {
     if (zef::wantsHelp(args)) return printHelp(command);
     return entry.run(args);
   }
+  if (command.size() > 1 && command[0] == '-') return zef::usageError("", "unknown option '" + command + "'");
   return zef::usageError("", "unknown command '" + command + "'");
 }

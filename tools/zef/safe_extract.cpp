@@ -18,11 +18,13 @@
 #include "archive_file.h"
 #include "audit/archive_audit.h"
 #include "engine/parallel_extract.h"
-#include "extract/overwrite_prompt.h"
 #include "extract/unzip_driver.h"
+#include "extraction_progress.h"
 #include "findings.h"
 #include "interrupt_cleanup.h"
 #include "kxzefarchiver/zefarchiver.h"
+#include "library_view.h"
+#include "name_patterns.h"
 #include "staged_check.h"
 #include "staging_tree.h"
 #include "zef.h"
@@ -38,6 +40,11 @@ using kxzef::FindingKind;
 const char StagingTemplate[] = ".zef-stage-XXXXXX";
 const char AsideSuffix[] = ".old";
 const char NothingInstalled[] = "; nothing was installed";
+// Up to this many entries are extracted one by one when only some are asked
+// for; beyond it, everything is extracted and the rest removed. Each single
+// extraction searches the directory from its start, about a microsecond a
+// record, where making a file costs a hundred times that.
+constexpr size_t OneByOneLimit = 128;
 
 enum class Placement { Fresh, Merge, Replace };
 
@@ -182,14 +189,15 @@ class Extraction {
 
  private:
   int fail(const std::string& text) const;
-  int refuse(const std::vector<AuditFinding>& list) const;
+  int refuse(const std::vector<AuditFinding>& list, bool trustWouldDo) const;
   int openAndAudit();
-  void select();
+  int select();
+  bool oneByOne() const;
+  int extractSelected(ZEFArchReader& reader);
   int prepare();
   int prepareFresh();
   int makeStaging(const std::string& parentPath);
   int extractStaged();
-  int extractNamed(ZEFArchReader& reader);
   int failedExtraction() const;
   int checkExtracted();
   int install();
@@ -203,7 +211,11 @@ class Extraction {
   std::FILE* messages_;
   ArchiveFile archive_;
   AuditReport report_;
-  std::vector<bool> selected_;
+  std::vector<bool> selected_;   // what was asked for
+  std::vector<bool> extracted_;  // what the library is asked to extract
+  size_t selectedCount_ = 0;
+  bool oneByOne_ = false;        // the selected entries are extracted one by one, by name
+  std::unique_ptr<ExtractionProgress> progress_;
   Placement placement_ = Placement::Merge;
   std::string destination_;  // the destination as shown in messages ("" for the current directory)
   CreatedParents parents_;
@@ -215,11 +227,10 @@ int Extraction::fail(const std::string& text) const {
   return ExitFailure;
 }
 
-int Extraction::refuse(const std::vector<AuditFinding>& list) const {
+int Extraction::refuse(const std::vector<AuditFinding>& list, bool trustWouldDo) const {
   for (const AuditFinding& finding : list) {
     std::fprintf(messages_, "zef: %s: %s\n", request_.archive.c_str(), findingLine(report_, finding).c_str());
   }
-  const bool trustWouldDo = !request_.trust && refusals(report_, true, false).empty();
   const std::string count = std::to_string(list.size()) + (list.size() == 1 ? " finding" : " findings");
   return fail("refused for " + count + "; nothing was extracted" +
               (trustWouldDo ? " (--trust extracts it anyway)" : ""));
@@ -237,20 +248,51 @@ int Extraction::openAndAudit() {
     for (const AuditFinding& finding : report_.findings) fail(findingLine(report_, finding));
     return fail("is no ZIP archive zef can read: its end record or central directory is damaged");
   }
+  // zef's rules are checked on the audit's entries: they must be the library's.
+  if (std::vector<AuditFinding> divergent = divergenceFindings(archive_.path().c_str(), report_); !divergent.empty()) {
+    return refuse(divergent, false);
+  }
   const std::vector<AuditFinding> list = refusals(report_, request_.trust, false);
-  return list.empty() ? ExitOk : refuse(list);
+  return list.empty() ? ExitOk : refuse(list, !request_.trust && refusals(report_, true, false).empty());
 }
 
-void Extraction::select() {
-  selected_.assign(report_.entries.size(), request_.entries.empty());
+int Extraction::select() {
+  NamePatterns wanted(true, true), excluded(false, true);
+  for (const std::string& pattern : request_.entries) wanted.add(pattern);
+  for (const std::string& pattern : request_.excludes) excluded.add(pattern);
+  selected_.assign(report_.entries.size(), false);
+  for (size_t i = 0; i < report_.entries.size(); ++i) {
+    const std::string name = libraryName(report_.entries[i].name);
+    selected_[i] = (wanted.empty() || wanted.matches(name)) && !excluded.matches(name);
+    selectedCount_ += selected_[i] ? 1 : 0;
+  }
+  const std::vector<std::string> missing = wanted.unmatched();
+  for (size_t i = 0; i < missing.size(); ++i) {
+    const bool glob = missing[i].find_first_of("*?[") != std::string::npos;
+    fail(kxzef::quotedName(missing[i]) + (glob ? " matches no entry" : " is not in the archive") +
+         (i + 1 == missing.size() ? "; nothing was extracted" : ""));
+  }
+  if (!missing.empty()) return ExitFailure;
+  if (selectedCount_ == 0 && !report_.entries.empty()) return fail("every entry is excluded; nothing was extracted");
+  oneByOne_ = oneByOne();
+  extracted_ = oneByOne_ ? selected_ : std::vector<bool>(report_.entries.size(), true);
+  progress_ = std::make_unique<ExtractionProgress>(request_.verbosity, report_, selected_);
+  return ExitOk;
+}
+
+// The library finds a named entry by its name without regard to case, the
+// first one first: only entries that are the first of their name can be
+// asked for by name.
+bool Extraction::oneByOne() const {
+  if (selectedCount_ == report_.entries.size()) return false;
+  if (request_.flat) return true;  // the library makes links under bare names: nothing to prune by path
+  if (selectedCount_ > OneByOneLimit) return false;
   std::unordered_map<std::string, size_t> firstByName;
-  for (size_t i = 0; i < report_.entries.size() && !request_.entries.empty(); ++i) {
-    firstByName.emplace(foldedAscii(libraryName(report_.entries[i].name)), i);
+  for (size_t i = 0; i < report_.entries.size(); ++i) {
+    const auto [first, fresh] = firstByName.emplace(foldedAscii(libraryName(report_.entries[i].name)), i);
+    if (!fresh && selected_[i]) return false;
   }
-  for (const std::string& name : request_.entries) {
-    const auto found = firstByName.find(foldedAscii(name));
-    if (found != firstByName.end()) selected_[found->second] = true;
-  }
+  return true;
 }
 
 int Extraction::makeStaging(const std::string& parentPath) {
@@ -268,7 +310,7 @@ int Extraction::makeStaging(const std::string& parentPath) {
   if (!foldsCase(staging_.parent.get(), staging_.name)) return ExitOk;
   // Names that differ only in case meet on this file system.
   const std::vector<AuditFinding> list = refusals(report_, request_.trust, true);
-  return list.empty() ? ExitOk : refuse(list);
+  return list.empty() ? ExitOk : refuse(list, !request_.trust && refusals(report_, true, true).empty());
 }
 
 int Extraction::prepareFresh() {
@@ -307,13 +349,13 @@ int Extraction::prepare() {
   return makeStaging(path);
 }
 
-int Extraction::extractNamed(ZEFArchReader& reader) {
-  for (const std::string& name : request_.entries) {
-    const int result = reader.extractEntry(name.c_str(), false);
-    if (result == kxzef::EntryNotFound) {
-      return fail(kxzef::quotedName(name) + " is not in the archive" + NothingInstalled);
+int Extraction::extractSelected(ZEFArchReader& reader) {
+  for (size_t i = 0; i < report_.entries.size(); ++i) {
+    if (!selected_[i]) continue;
+    progress_->entry(i);
+    if (reader.extractEntry(libraryName(report_.entries[i].name).c_str(), false) != kxzef::EntryExtracted) {
+      return failedExtraction();
     }
-    if (result != kxzef::EntryExtracted) return failedExtraction();
   }
   return ExitOk;
 }
@@ -324,7 +366,7 @@ int Extraction::extractStaged() {
   std::unique_ptr<kxzef::UnzipDriver> reader(new (std::nothrow) kxzef::UnzipDriver());
   if (!reader) return fail(std::string("cannot make a reader: ") + std::strerror(ENOMEM));
   std::unique_ptr<kxzef::ParallelExtract> engine;
-  if (request_.jobs > 1 && !request_.flat && request_.entries.empty()) {
+  if (request_.jobs > 1 && !request_.flat && !oneByOne_) {
     engine = std::make_unique<kxzef::ParallelExtract>(request_.jobs, archive_.path());
     reader->dispatch = engine.get();
   }
@@ -339,12 +381,16 @@ int Extraction::extractStaged() {
     inStaging = std::make_unique<WorkingDirectory>(staging_.fd.get());
     if (!inStaging->changed()) return fail(std::string("cannot enter the staging directory: ") + std::strerror(errno));
   }
-  if (!request_.entries.empty()) {
-    const int status = extractNamed(*reader);
+  if (oneByOne_) {
+    const int status = extractSelected(*reader);
     reader->close();
     return status;
   }
-  if (reader->extractAll(true) != 0) return failedExtraction();
+  progress_->follow(staging_.fd.get());
+  const bool extracted = reader->extractAll(true) == 0;
+  progress_->stop(extracted);
+  if (!extracted) return failedExtraction();
+  if (selectedCount_ != report_.entries.size()) pruneStaged(staging_.fd.get(), report_, selected_);
   return ExitOk;
 }
 
@@ -352,7 +398,7 @@ int Extraction::extractStaged() {
 // disk as declared is the best guess when neither audit nor test names one.
 int Extraction::failedExtraction() const {
   const CheckProblem problem =
-      request_.flat ? CheckProblem{} : checkStaged(staging_.fd.get(), report_, selected_, false);
+      request_.flat ? CheckProblem{} : checkStaged(staging_.fd.get(), report_, extracted_, false);
   return fail(explain(problem.entryIndex, "could not be extracted") + NothingInstalled);
 }
 
@@ -377,7 +423,7 @@ std::string Extraction::explain(int64_t index, const std::string& observation) c
   for (const AuditFinding& cause : causes) {
     if (cause.entryIndex < 0) {
       archiveWide = archiveWide ? archiveWide : &cause;
-    } else if (static_cast<size_t>(cause.entryIndex) < selected_.size() && selected_[cause.entryIndex] &&
+    } else if (static_cast<size_t>(cause.entryIndex) < extracted_.size() && extracted_[cause.entryIndex] &&
                (!first || cause.entryIndex < first->entryIndex)) {
       first = &cause;
     }
@@ -411,14 +457,11 @@ int Extraction::installFresh() {
 int Extraction::installMerge(int destinationFd) {
   MergePlan plan;
   ReplaceQuestion mayReplace;
-  bool askEach = request_.ask;
-  if (request_.ask) {
-    mayReplace = [&askEach](const std::string& path) {
-      if (!askEach) return true;
-      const kxzef::OverwriteAnswer answer = kxzef::askOverwrite(path.c_str());
-      if (answer == kxzef::OverwriteAnswer::All) askEach = false;
-      return answer != kxzef::OverwriteAnswer::No;
-    };
+  OverwriteQuestion question(stdin, messages_);
+  if (request_.overwrite == Overwrite::Ask) {
+    mayReplace = [&question](const std::string& path) { return question.mayReplace(path); };
+  } else if (request_.overwrite == Overwrite::Never) {
+    mayReplace = [](const std::string&) { return false; };
   }
   if (std::string problem = planMerge(staging_.fd.get(), destinationFd, destination_, mayReplace, plan);
       !problem.empty()) {
@@ -463,13 +506,12 @@ int Extraction::install() {
 }
 
 void Extraction::warnLeftOver(const std::string& name, int error) const {
-  std::fprintf(messages_, "zef: warning: cannot remove '%s/%s': %s\n", staging_.parentPath.c_str(), name.c_str(),
-               std::strerror(error));
+  warning("cannot remove '" + staging_.parentPath + "/" + name + "': " + std::strerror(error));
 }
 
 int Extraction::run() {
   if (int status = openAndAudit(); status != ExitOk) return status;
-  select();
+  if (int status = select(); status != ExitOk) return status;
   if (int status = prepare(); status != ExitOk) return status;
   InterruptCleanup onInterrupt(staging_.parent.get(), staging_.name);
   int status = extractStaged();
@@ -477,6 +519,9 @@ int Extraction::run() {
   if (status == ExitOk) status = install();
   const std::string name = staging_.name;
   if (int error = staging_.remove(); error != 0) warnLeftOver(name, error);
+  if (status == ExitOk && request_.verbosity.verbose) {
+    printSummary(request_.archive, progress_->entries(), progress_->packedBytes(), progress_->unpackedBytes());
+  }
   return status;
 }
 

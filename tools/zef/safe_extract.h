@@ -10,13 +10,22 @@
 #include <string>
 #include <vector>
 
+#include "feedback.h"
+#include "overwrite_question.h"
+
 namespace zef {
 
 struct ExtractRequest {
   std::string archive;               // as the user named it; ".zef" is tried too
   std::string destination;           // "" is the current directory
-  std::vector<std::string> entries;  // names matched without regard to ASCII case; empty means all
-  bool ask = false;                  // ask before replacing anything in the destination
+  // Shell patterns matched without regard to ASCII case from the start of a
+  // name; one that matches a directory takes everything below it. Empty
+  // means every entry.
+  std::vector<std::string> entries;
+  // Patterns of entries to leave out, tried from the start of each component.
+  std::vector<std::string> excludes;
+  Overwrite overwrite = Overwrite::Always;  // what to do with entries already in the destination
+  Verbosity verbosity;
   bool flat = false;                 // only links, under their bare names
   bool trust = false;                // accept the audit's findings (never a path that leaves the destination)
   bool replace = false;              // swap the whole destination directory

@@ -4,6 +4,10 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <unordered_set>
 
 #include "findings.h"
 
@@ -77,6 +81,32 @@ CheckProblem checkStaged(int stageFd, const kxzef::AuditReport& report, const st
     }
   }
   return CheckProblem{};
+}
+
+void pruneStaged(int stageFd, const kxzef::AuditReport& report, const std::vector<bool>& selected) {
+  std::unordered_set<std::string> needed;   // selected directories and every directory above a selected entry
+  std::unordered_set<std::string> emptied;  // directories that removing the rest may leave empty
+  for (size_t i = 0; i < report.entries.size(); ++i) {
+    const std::string name = libraryName(report.entries[i].name);
+    std::string path = stagedPath(name);
+    if (path.empty()) continue;
+    if (!namesDirectory(name)) {
+      if (!selected[i]) unlinkat(stageFd, path.c_str(), 0);
+      path.erase(path.rfind('/') == std::string::npos ? 0 : path.rfind('/'));
+    }
+    // The entry's own directory, if it is one, and each one above it.
+    while (!path.empty()) {
+      while (!path.empty() && path.back() == '/') path.pop_back();
+      (selected[i] ? needed : emptied).insert(path);
+      path.erase(path.rfind('/') == std::string::npos ? 0 : path.rfind('/'));
+    }
+  }
+  std::vector<std::string> deepestFirst(emptied.begin(), emptied.end());
+  std::sort(deepestFirst.begin(), deepestFirst.end(),
+            [](const std::string& a, const std::string& b) { return a.size() > b.size(); });
+  for (const std::string& directory : deepestFirst) {
+    if (needed.count(directory) == 0) unlinkat(stageFd, directory.c_str(), AT_REMOVEDIR);
+  }
 }
 
 }  // namespace zef

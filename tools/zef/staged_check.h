@@ -34,6 +34,11 @@ struct CheckProblem {
 CheckProblem checkStaged(int stageFd, const kxzef::AuditReport& report, const std::vector<bool>& selected,
                          bool fixModes);
 
+// Removes from the staged tree the entries not marked in `selected`, and
+// the directories left empty by that which no selected entry needs. Names
+// were audited: no component above a staged path is a link.
+void pruneStaged(int stageFd, const kxzef::AuditReport& report, const std::vector<bool>& selected);
+
 }  // namespace zef
 
 #endif

@@ -4,6 +4,7 @@
 #define KXZEF_TOOLS_ZEF_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,30 @@ int extractCommand(const std::vector<std::string>& args);
 int canonCommand(const std::vector<std::string>& args);
 int checkCommand(const std::vector<std::string>& args);
 int testCommand(const std::vector<std::string>& args);
+
+// Whether args[i] is the option `name` with a value, given as "NAME VALUE"
+// (which moves `i` on to the value) or, for a long option, "NAME=VALUE".
+enum class OptionValue { Absent, Taken, Missing };
+OptionValue takeValue(const std::vector<std::string>& args, size_t& i, const std::string& name, std::string& value);
+
+// Splits a command line: each option before "--" goes to `option` with its
+// index, which it may move on past a value; every other argument goes to
+// `operand`. Returns the first status other than ExitOk that `option` gives.
+int walkArguments(const std::vector<std::string>& args, const std::function<int(size_t&)>& option,
+                  const std::function<void(const std::string&)>& operand);
+
+// An option that takes a value, and what that value is ("a FILE").
+struct ValuedOption {
+  const char* name;
+  const char* needs;
+};
+
+// When args[i] is one of `options` with its value, sets `taken` and returns
+// what `apply` makes of the option's name and value; a missing value is a
+// usage error of `command`.
+int takeValued(const std::string& command, const std::vector<std::string>& args, size_t& i,
+               const std::vector<ValuedOption>& options,
+               const std::function<int(const std::string& name, const std::string& value)>& apply, bool& taken);
 
 // Reads a byte count: digits with an optional K, M, G or T (powers of 1024).
 // False for anything else or a count past 64 bits.

@@ -1,0 +1,99 @@
+# The installed package as hosts meet it. STEP picks one check:
+#   install       installs the build into PREFIX and checks the tree it made
+#   consumer      builds and runs the consumer through find_package and pkg-config
+#   example-host  builds examples/host through find_package and has it restore examples/app
+#   c-host        builds examples/c-host with the C compiler through pkg-config
+# Every step but install works in a directory of its own below WORK_DIR.
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE failed OUTPUT_VARIABLE out ERROR_VARIABLE out)
+  if(failed)
+    message(FATAL_ERROR "command failed: ${ARGN}\n${out}")
+  endif()
+endfunction()
+
+# The flags of the README's pkg-config recipe, the run-time search path included,
+# so that the host finds the library without LD_LIBRARY_PATH.
+function(pkg_config_flags variable)
+  find_program(PKG_CONFIG pkg-config REQUIRED)
+  file(GLOB pcdir ${PREFIX}/lib*/pkgconfig ${PREFIX}/lib/*/pkgconfig)
+  set(ENV{PKG_CONFIG_PATH} "${pcdir}")
+  execute_process(COMMAND ${PKG_CONFIG} --cflags --libs kxzefarchiver
+    OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE failed)
+  execute_process(COMMAND ${PKG_CONFIG} --variable=libdir kxzefarchiver
+    OUTPUT_VARIABLE libdir OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(failed OR NOT IS_DIRECTORY "${libdir}")
+    message(FATAL_ERROR "pkg-config does not know kxzefarchiver")
+  endif()
+  separate_arguments(flags UNIX_COMMAND "${flags}")
+  set(${variable} ${flags} -Wl,-rpath,${libdir} PARENT_SCOPE)
+endfunction()
+
+# The library, its headers and package files, and (WITH_ZEF) zef with its man
+# page and completion, each where a host or a shell looks for it.
+function(step_install)
+  file(REMOVE_RECURSE ${PREFIX})
+  run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX})
+  set(paths include/kxzefarchiver/zefarchiver.h share/doc/kxzefarchiver/LICENSE)
+  if(WITH_ZEF)
+    list(APPEND paths bin/zef share/man/man1/zef.1 share/bash-completion/completions/zef)
+  endif()
+  foreach(path IN LISTS paths)
+    if(NOT EXISTS ${PREFIX}/${path})
+      message(FATAL_ERROR "${path} is not installed")
+    endif()
+  endforeach()
+  if(WITH_ZEF)
+    run(${PREFIX}/bin/zef --version)
+  endif()
+endfunction()
+
+function(step_consumer)
+  run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/tests/install/consumer -B ${WORK_DIR}/cmake
+      -DCMAKE_PREFIX_PATH=${PREFIX} -DCMAKE_CXX_COMPILER=${CXX})
+  run(${CMAKE_COMMAND} --build ${WORK_DIR}/cmake)
+  run(${WORK_DIR}/cmake/consumer)
+  pkg_config_flags(flags)
+  run(${CXX} -std=c++17 ${SOURCE_DIR}/tests/install/consumer/consumer.cpp ${flags} -o ${WORK_DIR}/pkgconfig-consumer)
+  run(${WORK_DIR}/pkgconfig-consumer)
+endfunction()
+
+# The example host packs examples/app, lists the archive and extracts it; the
+# extracted tree must equal the original, links included.
+function(step_example_host)
+  run(${CMAKE_COMMAND} -S ${SOURCE_DIR}/examples/host -B ${WORK_DIR}/build
+      -DCMAKE_PREFIX_PATH=${PREFIX} -DCMAKE_CXX_COMPILER=${CXX}
+      "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Wpedantic -Werror")
+  run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
+  run(${WORK_DIR}/build/zef-host ${SOURCE_DIR}/examples/app ${WORK_DIR}/app.zef ${WORK_DIR}/out)
+  run(diff -r --no-dereference ${SOURCE_DIR}/examples/app ${WORK_DIR}/out/app)
+endfunction()
+
+# The C host stores two files, which are then removed and extracted again.
+function(step_c_host)
+  pkg_config_flags(flags)
+  run(${CC} -std=c99 -Wall -Wextra -Wpedantic -Werror ${SOURCE_DIR}/examples/c-host/c_host.c ${flags}
+      -o ${WORK_DIR}/c-host)
+  file(WRITE ${WORK_DIR}/files/run.sh "echo run\n")
+  file(WRITE ${WORK_DIR}/files/etc/app.conf "key = value\n")
+  set(files run.sh etc/app.conf)
+  execute_process(COMMAND ${WORK_DIR}/c-host create ../app.zef ${files} WORKING_DIRECTORY ${WORK_DIR}/files
+    RESULT_VARIABLE failed)
+  file(REMOVE_RECURSE ${WORK_DIR}/files)
+  file(MAKE_DIRECTORY ${WORK_DIR}/files)
+  execute_process(COMMAND ${WORK_DIR}/c-host extract ../app.zef WORKING_DIRECTORY ${WORK_DIR}/files
+    RESULT_VARIABLE failed2)
+  if(failed OR failed2)
+    message(FATAL_ERROR "the C host failed")
+  endif()
+  file(READ ${WORK_DIR}/files/etc/app.conf conf)
+  if(NOT conf STREQUAL "key = value\n")
+    message(FATAL_ERROR "the C host extracted etc/app.conf as '${conf}'")
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE ${WORK_DIR})
+file(MAKE_DIRECTORY ${WORK_DIR})
+string(REPLACE "-" "_" step "${STEP}")
+cmake_language(CALL step_${step})
+message(STATUS "${STEP}: done")
