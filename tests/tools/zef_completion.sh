@@ -59,5 +59,8 @@ offers "zef extract app.zef --" --ask --flat --help
 expect "zef extract app.zef -d " "out"            # -d takes a directory
 expect "zef create app.zef --from man" "manifest.tsv"
 expect "zef create --keep ap" ""                  # a path: bash's own completion
+expect "zef create --mtime " ""                   # a time: nothing to offer
+expect "zef list --js" "--json"
+offers "zef extract app.zef --" --exclude --overwrite= --verbose --quiet
 echo "completion checked: $failures failures"
 [ "$failures" -eq 0 ]

@@ -39,6 +39,7 @@ _zef() {
   if [[ $prev == -* ]]; then
     case $(_zef_argument_of "$zef" "$command" "$prev") in
       "") ;;
+      TIME | N) return ;;  # nothing to offer: a date or a number
       DIR)
         compopt -o filenames 2>/dev/null
         mapfile -t COMPREPLY < <(compgen -d -- "$cur")
