@@ -102,12 +102,12 @@ class WindowFileIO : public kxzef::ZipFileIO {
 int64_t firstDivergence(kxzef::UnzipArchive& archive, const kxzef::AuditReport& report) {
   uint64_t count = 0;
   uint64_t commentLength = 0;
-  if (kxzef::getGlobalInfo(archive, &count, &commentLength) != kxzef::StatusOk) return -1;
+  if (archive.getGlobalInfo(&count, &commentLength) != kxzef::StatusOk) return -1;
   std::array<char, kxzef::EntryNameBufferSize + 1> name{};
   for (uint64_t index = 0; index < count; ++index) {
-    if (index > 0 && kxzef::goToNextEntry(archive) != kxzef::StatusOk) return -1;
+    if (index > 0 && archive.goToNextEntry() != kxzef::StatusOk) return -1;
     name.fill('\0');
-    if (kxzef::getCurrentEntryInfo(archive, nullptr, name.data(), kxzef::EntryNameBufferSize, nullptr, 0, nullptr, 0) !=
+    if (archive.getCurrentEntryInfo(nullptr, name.data(), kxzef::EntryNameBufferSize, nullptr, 0, nullptr, 0) !=
         kxzef::StatusOk) {
       return -1;
     }
@@ -124,9 +124,9 @@ std::vector<kxzef::AuditFinding> divergenceFindings(const char* path, const kxze
   kxzef::UnzipArchive archive;
   // A file the core cannot open is one the library cannot extract from
   // either. The archive state owns the file object from here on.
-  if (!kxzef::openArchive(archive, path, new (std::nothrow) WindowFileIO())) return {};
+  if (!archive.openArchive(path, std::unique_ptr<kxzef::ZipFileIO>(new (std::nothrow) WindowFileIO()))) return {};
   const int64_t index = firstDivergence(archive, report);
-  kxzef::closeArchive(archive);
+  archive.closeArchive();
   if (index < 0) return {};
   return {{kxzef::FindingKind::CountMismatch, -1,
            "reads differently to the library than to the audit from entry " + std::to_string(index + 1) + " on"}};
