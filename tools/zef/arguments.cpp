@@ -126,7 +126,7 @@ std::string helpText(const std::string& command) {
            "  -j N               compress on N threads (also --jobs N; default: the online\n"
            "                     CPUs). The archive and the messages are the same whatever\n"
            "                     N is, and -j 1 starts no thread. Files over 8 MiB are\n"
-           "                     compressed in turn, as with -j 1; at most 64 MiB of\n"
+           "                     compressed by the calling thread; at most 64 MiB of\n"
            "                     output waits to be written\n"
            "  --keep             refuse to replace an existing ARCHIVE\n"
            "  --from FILE        read the inputs from FILE instead of the command line\n"
