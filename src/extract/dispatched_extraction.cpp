@@ -109,8 +109,18 @@ UnzipDriver::EntryRoute UnzipDriver::routeEntry() {
   if (handed_.meets(job_.target)) return EntryRoute::HereAfterHanded;
   if (fileNameStart == job_.target.size()) return EntryRoute::HereAtOnce;
   if (fileNameStart == 0) return EntryRoute::HereAfterHanded;
-  directory_.assign(job_.target, 0, fileNameStart - 1);
-  if (!makeDirPath(directory_.c_str())) return EntryRoute::HereAfterHanded;
+  // Files handed over never remove a directory, so the last one made since
+  // the last settle still stands and need not be examined again.
+  const size_t directoryLength = fileNameStart - 1;
+  const bool madeAlready =
+      directory_.size() == directoryLength && job_.target.compare(0, directoryLength, directory_) == 0;
+  if (!madeAlready) {
+    directory_.assign(job_.target, 0, directoryLength);
+    if (!makeDirPath(directory_.c_str())) {
+      directory_.clear();
+      return EntryRoute::HereAfterHanded;
+    }
+  }
   if (archive.getEntryPosition(&job_.centralPosition, &job_.entryIndex) != StatusOk) {
     return EntryRoute::HereAfterHanded;
   }
@@ -137,6 +147,7 @@ bool UnzipDriver::isLinkEntry(uint64_t extraLength) {
 int UnzipDriver::settleHanded(bool resume) {
   const std::vector<FailedFile>& failed = dispatch->finish();
   handed_.clear();
+  directory_.clear();  // what is done here next may remove it
   if (failed.empty()) return StatusOk;
   uint64_t position = 0;
   uint64_t index = 0;

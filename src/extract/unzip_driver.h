@@ -111,7 +111,7 @@ class UnzipDriver : public ZEFArchReader {
   std::string root;
   UnzipArchive archive;
   FileJob job_;                        // the entry being handed over
-  std::string directory_;              // its directory
+  std::string directory_;              // the directory made for the last file handed over
   std::vector<unsigned char> extra_;   // an entry's extra field, to tell a link
   std::string linkText_;
   HandedPaths handed_;
