@@ -2,9 +2,9 @@
 // write ten times a second at most; nothing is drawn off a terminal.
 #include "feedback.h"
 
-#include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cinttypes>
 #include <cstdio>
 
@@ -21,7 +21,10 @@ constexpr char EraseLine[] = "\r\033[K";
 constexpr double KibiByte = 1024.0;
 
 bool warningsSilenced = false;
-volatile sig_atomic_t progressShown = 0;
+// Read by signal handlers and by the library's message handler on another
+// thread than the one drawing: a lock-free atomic serves both.
+std::atomic<bool> progressShown{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "safe to read in a signal handler");
 
 // "12.3 MiB" for counts of 1 KiB and more.
 std::string scaled(double value, const char* const* units) {
@@ -63,7 +66,7 @@ void warning(const std::string& text) {
 
 void silenceWarnings() { warningsSilenced = true; }
 
-bool progressLineShown() { return progressShown != 0; }
+bool progressLineShown() { return progressShown.load(std::memory_order_relaxed); }
 
 void printSummary(const std::string& archive, uint64_t entries, uint64_t bytesIn, uint64_t bytesOut) {
   std::printf("%s: %s, %s in, %s out\n", archive.c_str(), entryCount(entries).c_str(), humanSize(bytesIn).c_str(),
@@ -114,7 +117,7 @@ void Feedback::draw() {
                totalEntries_, humanSize(bytes_).c_str(), humanSize(totalBytes_).c_str(), percent, rate.c_str());
   std::fflush(stderr);
   shown_ = true;
-  progressShown = 1;
+  progressShown.store(true, std::memory_order_relaxed);
 }
 
 void Feedback::erase() {
@@ -122,7 +125,7 @@ void Feedback::erase() {
   std::fputs(EraseLine, stderr);
   std::fflush(stderr);
   shown_ = false;
-  progressShown = 0;
+  progressShown.store(false, std::memory_order_relaxed);
 }
 
 }  // namespace zef

@@ -42,8 +42,9 @@ const char AsideSuffix[] = ".old";
 const char NothingInstalled[] = "; nothing was installed";
 // Up to this many entries are extracted one by one when only some are asked
 // for; beyond it, everything is extracted and the rest removed. Each single
-// extraction searches the directory from its start, about a microsecond a
-// record, where making a file costs a hundred times that.
+// extraction searches the directory from its start, and a record searched
+// costs some hundred times less than a file made: past about this many, one
+// pass over everything is the cheaper.
 constexpr size_t OneByOneLimit = 128;
 
 enum class Placement { Fresh, Merge, Replace };
