@@ -78,14 +78,15 @@ class CreationRun {
 
  private:
   Flow addEntry(const std::string& key, const ZEFEntryRecord& record, const struct stat& first, int& result);
-  ZipEntryInfo fileInformation(const std::string& source, const struct stat& status) const;
-  int openInput(const std::string& source);
+  ZipEntryInfo fileInformation(const std::string& source, const struct stat& status,
+                               const struct stat* followed) const;
+  int openInput(const std::string& source, const struct stat& first, const struct stat* followed);
   int openFailure(const std::string& source);
   int chooseReader(const std::string& source);
   int writeInputData(const std::string& key);
   int finish(int result, bool closeWhenDone);
   void beginPrefetch();
-  const PrefetchedEntry* takePrefetched(const struct stat& first);
+  const PrefetchedEntry* takePrefetched(const std::string& source, const struct stat& first);
   int writePrefetched(const PrefetchedEntry& entry, const std::string& key);
 
   const CreationTarget& target_;
@@ -97,6 +98,7 @@ class CreationRun {
   std::string source_;   // the current input; the context borrows it
   bool plainFile_ = false;               // the current input has a reader without transform
   size_t inputIndex_ = NotPrefetched;    // the current input's place in the inputs
+  const PrefetchedEntry* ready_ = nullptr;  // the current input's finished data, if the prefetch has it
 };
 
 // Ends the prefetch when the run ends, whichever way.
@@ -146,11 +148,15 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
   const ZEFEntryRecord record = entry;  // the caller's map stays untouched
   source_ = withForwardSlashes(key);
   std::string dest = withForwardSlashes(record.destination);
-  ZipEntryInfo info = fileInformation(source_, first);
+  // One stat serves the entry's time and the type check below; the path is
+  // looked up again only where that could give a different answer.
+  struct stat followed;
+  const bool known = fileTimeExaminesWholePath(source_.c_str()) && stat(source_.c_str(), &followed) == 0;
+  ZipEntryInfo info = fileInformation(source_, first, known ? &followed : nullptr);
 
-  if ((result = openInput(source_)) != StatusOk) return Flow::ReturnNow;
+  if ((result = openInput(source_, first, known ? &followed : nullptr)) != StatusOk) return Flow::ReturnNow;
   if ((result = chooseReader(source_)) != StatusOk) return Flow::ReturnNow;
-  const PrefetchedEntry* ready = takePrefetched(first);
+  const PrefetchedEntry* ready = ready_;
   if (ready != nullptr && ready->text) info.internalAttributes = TextAttribute;
   if (context_.isDirectory) {
     if (dest.empty()) dest = source_;
@@ -199,10 +205,15 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
   return Flow::Next;
 }
 
-ZipEntryInfo CreationRun::fileInformation(const std::string& source, const struct stat& status) const {
+ZipEntryInfo CreationRun::fileInformation(const std::string& source, const struct stat& status,
+                                          const struct stat* followed) const {
   ZipEntryInfo info{};
   info.externalAttributes = static_cast<uint64_t>(status.st_mode & KeptModeBits) << 16;
-  getFileTime(source.c_str(), info.modified);
+  if (followed != nullptr) {
+    info.modified = localFileTime(followed->st_mtime);
+  } else {
+    getFileTime(source.c_str(), info.modified);
+  }
   // A transformed file carries the time it was archived, not its own.
   if (context_.transformRules != nullptr && findTransform(context_.transformRules, source.c_str()) != nullptr) {
     info.modified = currentLocalTime();
@@ -212,25 +223,33 @@ ZipEntryInfo CreationRun::fileInformation(const std::string& source, const struc
   return info;
 }
 
-int CreationRun::openInput(const std::string& source) {
+// `first` is the run's lstat of `source` a moment ago, `followed` its stat
+// when one was made.
+int CreationRun::openInput(const std::string& source, const struct stat& first, const struct stat* followed) {
   errno = 0;
   releaseContextObjects(context_);
   context_.isLink = false;
   context_.isDirectory = false;
   context_.currentSource = source.c_str();
+  ready_ = nullptr;
 
-  struct stat status;
-  if (lstat(source.c_str(), &status) != 0) return openFailure(source);
-  if (S_ISLNK(status.st_mode)) {
+  if (S_ISLNK(first.st_mode)) {
     context_.isLink = true;
     return StatusOk;
   }
-  if (stat(source.c_str(), &status) != 0) return openFailure(source);
+  struct stat status;
+  if (followed != nullptr) {
+    status = *followed;
+  } else if (stat(source.c_str(), &status) != 0) {
+    return openFailure(source);
+  }
   // Only this one bit is tested: block devices and sockets count as directories.
   if (status.st_mode & S_IFDIR) {
     context_.isDirectory = true;
     return StatusOk;
   }
+  // Data the prefetch finished needs no stream: its worker read the same file.
+  if ((ready_ = takePrefetched(source, first)) != nullptr) return StatusOk;
   context_.currentStream = new std::ifstream(source, std::ios::in | std::ios::binary);
   if (!context_.currentStream->is_open()) {
     // Kept: hosts see this line on standard error itself, past the channels, before the catalogue report.
@@ -250,7 +269,10 @@ int CreationRun::chooseReader(const std::string& source) {
   context_.currentReader = nullptr;
   plainFile_ = false;
   std::ifstream* stream = context_.currentStream;
-  if (context_.isDirectory) {
+  if (ready_ != nullptr) {
+    context_.currentReader = new ZEFFileReaderWithoutTransform(nullptr);  // names the entry; never read
+    plainFile_ = true;
+  } else if (context_.isDirectory) {
     context_.currentReader = new ZEFDirectoryReader(source);
   } else if (context_.isLink) {
     context_.currentReader = new ZEFSymbolicLinkReader(source);
@@ -300,8 +322,12 @@ void CreationRun::beginPrefetch() {
   target_.prefetch->begin(std::move(sources), target_.compressionLevel);
 }
 
-const PrefetchedEntry* CreationRun::takePrefetched(const struct stat& first) {
-  if (target_.prefetch == nullptr || !plainFile_ || inputIndex_ == NotPrefetched) return nullptr;
+// Only a plain file is ever asked about: a transformed one is left to its reader.
+const PrefetchedEntry* CreationRun::takePrefetched(const std::string& source, const struct stat& first) {
+  if (target_.prefetch == nullptr || inputIndex_ == NotPrefetched) return nullptr;
+  if (context_.transformRules != nullptr && findTransform(context_.transformRules, source.c_str()) != nullptr) {
+    return nullptr;
+  }
   return target_.prefetch->take(inputIndex_, first);
 }
 

@@ -35,6 +35,14 @@ int fileExists(const char* path) {
   return 1;
 }
 
+bool fileTimeExaminesWholePath(const char* path) {
+  if (path == nullptr || std::strcmp(path, "-") == 0) return false;
+  const size_t length = std::strlen(path);
+  return length > 0 && length <= TimePathLimit && path[length - 1] != '/';
+}
+
+ZipTime localFileTime(int64_t seconds) { return brokenDownLocalTime(static_cast<time_t>(seconds)); }
+
 int getFileTime(const char* path, ZipTime& time) {
   int result = 0;
   time_t modified = 0;

@@ -19,6 +19,13 @@ int fileExists(const char* path);
 // way. A trailing "/" is ignored; only the first 255 characters are used.
 int getFileTime(const char* path, ZipTime& time);
 
+// True when getFileTime(path) would look at `path` itself, so that a stat
+// the caller made of it already gives the same time through localFileTime.
+bool fileTimeExaminesWholePath(const char* path);
+
+// `seconds` as local broken-down time, as getFileTime gives it.
+ZipTime localFileTime(int64_t seconds);
+
 // Sets access and modification time of `path` to `time`, read as local time.
 // Errors are ignored. Kept: callers pass the DOS word as well, though the
 // time comes from `time` alone.
