@@ -31,11 +31,6 @@ namespace {
 constexpr unsigned UnixModeShift = 16;  // the Unix mode sits in the upper half of the external attributes
 constexpr uint64_t UnixModeMask = 0xFFFF;
 
-struct FreeDeleter {
-  void operator()(void* memory) const { std::free(memory); }
-};
-using TransferBuffer = std::unique_ptr<unsigned char, FreeDeleter>;
-
 struct FileCloser {
   void operator()(std::FILE* file) const { std::fclose(file); }
 };
@@ -56,16 +51,25 @@ void reportDirectoryFailure(const std::string& directory, int error) {
 
 // Opens `target` for writing. Something in the way that fopen cannot
 // replace (an empty directory, say) is removed and the open tried once more.
+// Writes go straight to the file in the caller's blocks: stdio's own buffer
+// would only copy them once more.
 OutputFile openOutputFile(const std::string& target) {
   OutputFile file(std::fopen(target.c_str(), "wb"));
-  if (file) return file;
+  if (file) {
+    std::setvbuf(file.get(), nullptr, _IONBF, 0);
+    return file;
+  }
   if (std::remove(target.c_str()) != 0) {
     reportError(UNZIPDRIVER_REMOVE_FAILED, target.c_str());
     reportError(UNZIPDRIVER_ERROR_OPENING_FILE, target.c_str());
     return nullptr;
   }
   file.reset(std::fopen(target.c_str(), "wb"));
-  if (!file) reportError(UNZIPDRIVER_ERROR_OPENING_FILE, target.c_str());
+  if (!file) {
+    reportError(UNZIPDRIVER_ERROR_OPENING_FILE, target.c_str());
+  } else {
+    std::setvbuf(file.get(), nullptr, _IONBF, 0);
+  }
   return file;
 }
 
@@ -132,8 +136,8 @@ int UnzipDriver::extractCurrentEntry() {
   bool isLink = false;
   std::string linkTarget;
   if (int status = readLinkEntry(info, isLink, linkTarget); status != StatusOk) return status;
-  TransferBuffer buffer(static_cast<unsigned char*>(std::malloc(TransferBufferSize)));
-  if (!buffer) {
+  if (!transfer_) transfer_.reset(new (std::nothrow) unsigned char[TransferBufferSize]);
+  if (!transfer_) {
     reportError(UNZIPDRIVER_MEMORY_ERROR);
     return StatusInternalError;
   }
@@ -149,7 +153,7 @@ int UnzipDriver::extractCurrentEntry() {
   if (status != StatusOk) {
     reportCoreFailure(UNZIPDRIVER_ZIPFILE_OPENCURRENTFILE);
   } else {
-    status = writeTarget(target, fileNameStart, info, isLink, linkTarget, buffer.get());
+    status = writeTarget(target, fileNameStart, info, isLink, linkTarget, transfer_.get());
   }
   if (status != StatusOk) {
     // The first failure is the one to report; closing can only add noise.

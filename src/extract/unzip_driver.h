@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,9 @@ constexpr int EntryNotFound = 2;
 
 constexpr size_t ArchiveNameLimit = 255;  // characters of an archive name that open() uses
 constexpr size_t EntryNameBufferSize = 256;
-constexpr size_t TransferBufferSize = 8192;
+// Large enough that most files are written in one call, small enough to stay
+// out of the way: one buffer per driver, reused for every entry.
+constexpr size_t TransferBufferSize = size_t{64} << 10;
 
 class UnzipDriver : public ZEFArchReader {
  public:
@@ -115,6 +118,7 @@ class UnzipDriver : public ZEFArchReader {
   std::vector<unsigned char> extra_;   // an entry's extra field, to tell a link
   std::string linkText_;
   HandedPaths handed_;
+  std::unique_ptr<unsigned char[]> transfer_;  // TransferBufferSize bytes, made at the first file
 };
 
 }  // namespace kxzef
