@@ -5,6 +5,7 @@
 #ifndef KXZEF_AUDIT_ARCHIVE_AUDIT_H
 #define KXZEF_AUDIT_ARCHIVE_AUDIT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -111,6 +112,12 @@ int auditArchive(const char* path, const AuditOptions& options, AuditReport& rep
 // Entries the audit refused for encryption or method, and entries without a
 // whole local header, are skipped: their findings already say why.
 int testArchive(const char* path, const AuditReport& report, std::vector<AuditFinding>& failures);
+
+// testArchive for the entries from `first` up to (not including) `last`
+// only, with a file and buffers of its own, so that several ranges can be
+// tested at once.
+int testEntries(const char* path, const AuditReport& report, size_t first, size_t last,
+                std::vector<AuditFinding>& failures);
 
 // The kind as plain words for a listing of findings ("absolute name").
 const char* findingText(FindingKind kind);

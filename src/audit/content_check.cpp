@@ -155,6 +155,12 @@ bool testable(const AuditEntry& entry) {
 }  // namespace
 
 int testArchive(const char* path, const AuditReport& report, std::vector<AuditFinding>& failures) {
+  return testEntries(path, report, 0, report.entries.size(), failures);
+}
+
+int testEntries(const char* path, const AuditReport& report, size_t first, size_t last,
+                std::vector<AuditFinding>& failures) {
+  last = std::min(last, report.entries.size());
   AuditFile file;
   if (path == nullptr) {
     errno = EINVAL;
@@ -162,14 +168,14 @@ int testArchive(const char* path, const AuditReport& report, std::vector<AuditFi
   }
   if (!file.open(path)) return AuditCannotOpen;
   uint64_t largestEntry = 0;
-  for (const AuditEntry& entry : report.entries) largestEntry = std::max(largestEntry, entry.uncompressedSize);
+  for (size_t i = first; i < last; ++i) largestEntry = std::max(largestEntry, report.entries[i].uncompressedSize);
   Buffers buffers(file, std::min<uint64_t>(largestEntry, OutputBufferSize));
   Inflater inflater;
   if (!buffers.valid() || !inflater.ready()) {
     errno = ENOMEM;
     return AuditCannotOpen;
   }
-  for (size_t i = 0; i < report.entries.size(); ++i) {
+  for (size_t i = first; i < last; ++i) {
     const AuditEntry& entry = report.entries[i];
     if (!testable(entry)) continue;  // the audit has said why
     const char* cause = checkEntry(entry, buffers, inflater);

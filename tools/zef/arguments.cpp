@@ -266,7 +266,9 @@ std::string helpText(const std::string& command) {
     const std::string more = command == "check" ? "" : "\n"
            "Then reads and inflates every entry without writing anything, checks its size\n"
            "and CRC-32, and names each entry that fails.\n";
-    return "Usage: zef " + command + " [-v] [--max-size=N] ARCHIVE\n"
+    const std::string jobs = command == "check" ? "" :
+           "  -j N           test on N threads (also --jobs N; default: the online CPUs)\n";
+    return "Usage: zef " + command + (command == "check" ? "" : " [-j N]") + " [-v] [--max-size=N] ARCHIVE\n"
            "\n"
            "Audits ARCHIVE (also tried with \".zef\" appended) as 'zef extract' does before\n"
            "it writes anything, and prints one line per finding on standard output: the\n"
@@ -279,6 +281,7 @@ std::string helpText(const std::string& command) {
            "that the library would walk otherwise than the audit did.\n" +
            more +
            "\n"
+           + jobs +
            "  --max-size=N   the limit on the declared sizes, as for 'zef extract'\n"
            "  -v, --verbose  add a summary: entries, bytes packed in the archive and\n"
            "                 unpacked, before the verdict\n"

@@ -11,6 +11,7 @@
 #include "archive_file.h"
 #include "feedback.h"
 #include "audit/archive_audit.h"
+#include "engine/parallel_test.h"
 #include "findings.h"
 #include "library_view.h"
 #include "zef.h"
@@ -26,11 +27,16 @@ struct CheckRequest {
   Verbosity verbosity;
   bool limitGiven = false;
   uint64_t maxTotalSize = 0;
+  unsigned jobs = defaultJobs();  // threads of the integrity test
 };
 
 int parse(const std::string& command, const std::vector<std::string>& args, CheckRequest& request) {
-  for (const std::string& arg : args) {
-    if (arg.rfind(MaxSizeOption, 0) == 0) {
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    std::string problem;
+    if (command == "test" && takeJobsOption(args, i, request.jobs, problem)) {
+      if (!problem.empty()) return usageError(command, problem);
+    } else if (arg.rfind(MaxSizeOption, 0) == 0) {
       request.limitGiven = true;
       if (!parseSize(arg.substr(std::strlen(MaxSizeOption)), request.maxTotalSize)) {
         return usageError(command, "--max-size needs a number of bytes, not '" + arg + "'");
@@ -74,7 +80,7 @@ int examine(const std::string& command, const std::vector<std::string>& args, bo
   std::vector<kxzef::AuditFinding> found = divergenceFindings(archive.path().c_str(), report);
   for (kxzef::AuditFinding& finding : refusals(report, false, false)) found.push_back(std::move(finding));
   std::vector<kxzef::AuditFinding> failed;
-  if (status == kxzef::AuditOk && integrity) kxzef::testArchive(archive.path().c_str(), report, failed);
+  if (status == kxzef::AuditOk && integrity) kxzef::testArchiveInParallel(archive.path().c_str(), report, request.jobs, failed);
   for (const auto* list : {&found, &failed}) {
     for (const kxzef::AuditFinding& finding : *list) std::printf("%s\n", findingLine(report, finding).c_str());
   }

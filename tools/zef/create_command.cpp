@@ -19,6 +19,7 @@
 #include "create/zip_driver.h"
 #include "create_inputs.h"
 #include "engine/parallel_prefetch.h"
+#include "engine/parallel_test.h"
 #include "entry_time.h"
 #include "feedback.h"
 #include "kxzefarchiver/ZEFArchWriter.h"
@@ -203,11 +204,11 @@ void reportFinding(const ArchivePath& archive, const kxzef::AuditReport& report,
 
 // The writer does not notice a failure to flush its last bytes (a full disk,
 // a file size limit); reading the file back does.
-bool readsBack(const ArchivePath& archive, const std::string& path) {
+bool readsBack(const ArchivePath& archive, const std::string& path, unsigned jobs) {
   kxzef::AuditReport report;
   std::vector<kxzef::AuditFinding> failures;
   if (kxzef::auditArchive(path.c_str(), kxzef::AuditOptions{}, report) != kxzef::AuditOk ||
-      kxzef::testArchive(path.c_str(), report, failures) != kxzef::AuditOk) {
+      kxzef::testArchiveInParallel(path.c_str(), report, jobs, failures) != kxzef::AuditOk) {
     failure(archive.path + ": the new archive cannot be read back; it is incomplete "
             "(was the disk full, or a file size limit reached?)");
     return false;
@@ -232,7 +233,7 @@ int writeAndReplace(const CreateOptions& options, const ArchivePath& archive, In
   CreationFeedback observer(feedback);
   if (!writeArchive(options, archive, output, gatherer.inputs(), observer)) return ExitFailure;
   feedback.erase();
-  if (!readsBack(archive, output.writerPath())) return notCreated(archive, unchanged(archive));
+  if (!readsBack(archive, output.writerPath(), options.jobs)) return notCreated(archive, unchanged(archive));
   const uint64_t written = fileSize(output.writerPath());
   if (std::string problem = output.seal(archive); !problem.empty()) {
     failure(problem);
