@@ -15,6 +15,9 @@ namespace {
 // sequence or one cut short by the terminator; 0 at the terminator.
 size_t characterLength(const char* text) {
   if (*text == '\0') return 0;
+  // A byte below 0x80 where a character starts is a character of its own in
+  // every character set a locale can have; only the others need the locale.
+  if (static_cast<unsigned char>(*text) < 0x80) return 1;
   std::mbstate_t state{};
   const size_t length = std::mbrlen(text, MB_CUR_MAX, &state);
   if (length == static_cast<size_t>(-1) || length == static_cast<size_t>(-2) || length == 0) return 1;
