@@ -289,6 +289,9 @@ TEST_F(ZefAppArchive, VerboseNamesEveryEntry) {
   const std::string summaryEnd = " in, 21 bytes out\n";
   EXPECT_EQ(run.out.substr(run.out.size() - summaryEnd.size()), summaryEnd);
   EXPECT_EQ(run.err, "");
+  run = zef("extract -v --flat v.zef -d flat");  // only links are made
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, "app/bin/conf\nv.zef: 1 entry, 17 bytes in, 15 bytes out\n");
 }
 
 TEST_F(ZefForPeople, QuietSilencesWarnings) {

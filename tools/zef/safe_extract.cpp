@@ -194,6 +194,7 @@ class Extraction {
   int openAndAudit();
   int select();
   bool oneByOne() const;
+  bool madeByLibrary(size_t index) const;
   int extractSelected(ZEFArchReader& reader);
   int prepare();
   int prepareFresh();
@@ -277,7 +278,9 @@ int Extraction::select() {
   if (selectedCount_ == 0 && !report_.entries.empty()) return fail("every entry is excluded; nothing was extracted");
   oneByOne_ = oneByOne();
   extracted_ = oneByOne_ ? selected_ : std::vector<bool>(report_.entries.size(), true);
-  progress_ = std::make_unique<ExtractionProgress>(request_.verbosity, report_, selected_);
+  std::vector<bool> made = selected_;
+  for (size_t i = 0; i < made.size(); ++i) made[i] = made[i] && madeByLibrary(i);
+  progress_ = std::make_unique<ExtractionProgress>(request_.verbosity, report_, made);
   return ExitOk;
 }
 
@@ -295,6 +298,9 @@ bool Extraction::oneByOne() const {
   }
   return true;
 }
+
+// Without paths the library makes links only: -v names and counts those alone.
+bool Extraction::madeByLibrary(size_t index) const { return !request_.flat || report_.entries[index].isLink; }
 
 int Extraction::makeStaging(const std::string& parentPath) {
   staging_.parentPath = parentPath;
@@ -353,7 +359,7 @@ int Extraction::prepare() {
 int Extraction::extractSelected(ZEFArchReader& reader) {
   for (size_t i = 0; i < report_.entries.size(); ++i) {
     if (!selected_[i]) continue;
-    progress_->entry(i);
+    if (madeByLibrary(i)) progress_->entry(i);
     if (reader.extractEntry(libraryName(report_.entries[i].name).c_str(), false) != kxzef::EntryExtracted) {
       return failedExtraction();
     }
