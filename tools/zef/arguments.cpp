@@ -295,7 +295,8 @@ std::string helpText(const std::string& command) {
            "Prints the canonical form of each PATH, one a line: a \".\" component restarts\n"
            "the path at the current directory, \"..\" removes the component before it; the\n"
            "last component and repeated \"/\" are kept as they are. The file system is not\n"
-           "consulted and links are not resolved. A PATH that begins with \"..\" is refused.\n"
+           "consulted and links are not resolved. A PATH that begins with \"..\" is refused;\n"
+           "one that begins with \"-\" goes after \"--\".\n"
            "\n"
            "Example:\n"
            "  zef canon ./lib/../bin/run\n";
