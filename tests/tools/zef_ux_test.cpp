@@ -371,7 +371,7 @@ TEST_F(ZefForPeople, OverwriteAnswersFromAPipeDecideEachFile) {
     writeFile("dest/a.txt", "old a");
     writeFile("dest/b.txt", "old b");
     writeFile("answers", row.answers);
-    const ToolRun run = zef(std::string("extract two.zef -d dest ") + row.options, "answers");
+    const ToolRun run = zef(std::string("extract -v two.zef -d dest ") + row.options, "answers");
     EXPECT_EQ(run.status, 0) << row.options << " " << row.answers << ": " << run.err;
     EXPECT_EQ(run.err.rfind("zef: replace 'dest/a.txt'? [y]es, [n]o, [a]ll, [N]one: ", 0), row.asked ? 0 : std::string::npos);
     size_t asked = 0;
@@ -380,6 +380,9 @@ TEST_F(ZefForPeople, OverwriteAnswersFromAPipeDecideEachFile) {
     const std::string replaced = std::string(readFile("dest/a.txt") == "new a" ? "a" : "") +
                                  (readFile("dest/b.txt") == "new b" ? "b" : "");
     EXPECT_EQ(replaced, row.replaced) << row.options << " " << row.answers;
+    const size_t kept = 2 - replaced.size();
+    const std::string summaryEnd = kept == 0 ? " out\n" : " out, " + std::to_string(kept) + " left as they were\n";
+    EXPECT_EQ(run.out.substr(run.out.size() - summaryEnd.size()), summaryEnd) << row.options << " " << row.answers;
   }
 }
 

@@ -249,6 +249,7 @@ std::string helpText(const std::string& command) {
            "                     limit); the default is 1100 times the archive's size, at\n"
            "                     least 1 GiB\n"
            "  -v, --verbose      print each entry's name as it is extracted, and a summary\n"
+           "                     that counts the files in DIR left as they were\n"
            "  -q, --quiet        no warnings and no progress line\n"
            "\n"
            "On a terminal a progress line on standard error shows entries and bytes done,\n"

@@ -195,6 +195,10 @@ class Extraction {
   int select();
   bool oneByOne() const;
   bool madeByLibrary(size_t index) const;
+  bool countKept(bool replace) {
+    kept_ += replace ? 0 : 1;
+    return replace;
+  }
   int extractSelected(ZEFArchReader& reader);
   int prepare();
   int prepareFresh();
@@ -219,6 +223,7 @@ class Extraction {
   bool oneByOne_ = false;        // the selected entries are extracted one by one, by name
   std::unique_ptr<ExtractionProgress> progress_;
   Placement placement_ = Placement::Merge;
+  size_t kept_ = 0;  // files and links already in the destination, left as they were
   std::string destination_;  // the destination as shown in messages ("" for the current directory)
   CreatedParents parents_;
   Staging staging_;
@@ -466,9 +471,9 @@ int Extraction::installMerge(int destinationFd) {
   ReplaceQuestion mayReplace;
   OverwriteQuestion question(stdin, messages_);
   if (request_.overwrite == Overwrite::Ask) {
-    mayReplace = [&question](const std::string& path) { return question.mayReplace(path); };
+    mayReplace = [this, &question](const std::string& path) { return countKept(question.mayReplace(path)); };
   } else if (request_.overwrite == Overwrite::Never) {
-    mayReplace = [](const std::string&) { return false; };
+    mayReplace = [this](const std::string&) { return countKept(false); };
   }
   if (std::string problem = planMerge(staging_.fd.get(), destinationFd, destination_, mayReplace, plan);
       !problem.empty()) {
@@ -527,7 +532,8 @@ int Extraction::run() {
   const std::string name = staging_.name;
   if (int error = staging_.remove(); error != 0) warnLeftOver(name, error);
   if (status == ExitOk && request_.verbosity.verbose) {
-    printSummary(request_.archive, progress_->entries(), progress_->packedBytes(), progress_->unpackedBytes());
+    printSummary(request_.archive, progress_->entries(), progress_->packedBytes(), progress_->unpackedBytes(),
+                 kept_ == 0 ? "" : std::to_string(kept_) + " left as they were");
   }
   return status;
 }
