@@ -25,7 +25,8 @@ namespace {
 // The library prints through these two handlers. Each returns the length it
 // was given: a handler must return 1 for a single character, or the library
 // silences that channel.
-std::string listing;  // what the output channel printed: the listing rows
+std::string listing;                // what the output channel printed: the listing rows
+std::string* heldErrors = nullptr;  // while set, the error channel's text is kept here
 
 int keepOutput(const char* text) {
   listing += text;
@@ -33,7 +34,10 @@ int keepOutput(const char* text) {
 }
 
 int showError(const char* text) {
-  std::fputs(text, stderr);
+  if (heldErrors != nullptr)
+    *heldErrors += text;
+  else
+    std::fputs(text, stderr);
   return static_cast<int>(std::strlen(text));
 }
 
@@ -75,6 +79,18 @@ bool createArchive(const char* archive, const Inputs& inputs) {
     destinations.push_back(inputs.destinations[i].c_str());
   }
   return zefCreateZipFile(archive, sources.data(), destinations.data(), static_cast<int>(sources.size()));
+}
+
+// Lists `archive` into `listing`. The library prints the listing's heading
+// on the error channel: it is held back, and shown with the reasons only
+// when the listing fails.
+bool listArchive(ZEFArchReader& reader, const char* archive) {
+  std::string heading;
+  heldErrors = &heading;
+  const bool listed = reader.listArchive(archive) == 0;
+  heldErrors = nullptr;
+  if (!listed) std::fputs(heading.c_str(), stderr);
+  return listed;
 }
 
 // Prints the name of each listing row: the text after the row's seven
@@ -120,8 +136,7 @@ int main(int argc, char** argv) {
   // The reader belongs to the host, which deletes it through the interface.
   std::unique_ptr<ZEFArchReader> reader(getZipReader());
   if (!reader) return 1;
-  // The listing's heading goes to the error channel, its rows to the output.
-  if (reader->listArchive(archive) != 0) return 1;
+  if (!listArchive(*reader, archive)) return 1;
   std::printf("%s holds:\n", archive);
   const size_t entries = printNames(listing);
   // The library stops at the first entry it cannot extract; the reasons are

@@ -47,7 +47,7 @@ TEST_F(ZefTool, UsageMistakesExitTwoWithAOneLineHint) {
                                 "create out.zef f -j", "create --mtime 2024-02-30 out.zef f", "create --exclude",
                                 "list", "list a b", "list -1 --json a", "list -v --raw a", "extract", "extract a.zef -d",
                                 "extract --sideways a.zef", "extract --overwrite=sometimes a.zef",
-                                "extract --ask --replace a.zef", "canon"}) {
+                                "extract --ask --replace a.zef", "canon", "canon -v a/b"}) {
     const ToolRun run = zef(arguments);
     EXPECT_EQ(run.status, 2) << arguments;
     EXPECT_EQ(run.out, "") << arguments;

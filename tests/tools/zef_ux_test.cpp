@@ -289,6 +289,9 @@ TEST_F(ZefAppArchive, VerboseNamesEveryEntry) {
   const std::string summaryEnd = " in, 21 bytes out\n";
   EXPECT_EQ(run.out.substr(run.out.size() - summaryEnd.size()), summaryEnd);
   EXPECT_EQ(run.err, "");
+  run = zef("extract -v --flat v.zef -d flat");  // only links are made
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, "app/bin/conf\nv.zef: 1 entry, 17 bytes in, 15 bytes out\n");
 }
 
 TEST_F(ZefForPeople, QuietSilencesWarnings) {
@@ -368,7 +371,7 @@ TEST_F(ZefForPeople, OverwriteAnswersFromAPipeDecideEachFile) {
     writeFile("dest/a.txt", "old a");
     writeFile("dest/b.txt", "old b");
     writeFile("answers", row.answers);
-    const ToolRun run = zef(std::string("extract two.zef -d dest ") + row.options, "answers");
+    const ToolRun run = zef(std::string("extract -v two.zef -d dest ") + row.options, "answers");
     EXPECT_EQ(run.status, 0) << row.options << " " << row.answers << ": " << run.err;
     EXPECT_EQ(run.err.rfind("zef: replace 'dest/a.txt'? [y]es, [n]o, [a]ll, [N]one: ", 0), row.asked ? 0 : std::string::npos);
     size_t asked = 0;
@@ -377,6 +380,9 @@ TEST_F(ZefForPeople, OverwriteAnswersFromAPipeDecideEachFile) {
     const std::string replaced = std::string(readFile("dest/a.txt") == "new a" ? "a" : "") +
                                  (readFile("dest/b.txt") == "new b" ? "b" : "");
     EXPECT_EQ(replaced, row.replaced) << row.options << " " << row.answers;
+    const size_t kept = 2 - replaced.size();
+    const std::string summaryEnd = kept == 0 ? " out\n" : " out, " + std::to_string(kept) + " left as they were\n";
+    EXPECT_EQ(run.out.substr(run.out.size() - summaryEnd.size()), summaryEnd) << row.options << " " << row.answers;
   }
 }
 

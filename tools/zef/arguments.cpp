@@ -249,6 +249,7 @@ std::string helpText(const std::string& command) {
            "                     limit); the default is 1100 times the archive's size, at\n"
            "                     least 1 GiB\n"
            "  -v, --verbose      print each entry's name as it is extracted, and a summary\n"
+           "                     that counts the files in DIR left as they were\n"
            "  -q, --quiet        no warnings and no progress line\n"
            "\n"
            "On a terminal a progress line on standard error shows entries and bytes done,\n"
@@ -298,7 +299,8 @@ std::string helpText(const std::string& command) {
            "Prints the canonical form of each PATH, one a line: a \".\" component restarts\n"
            "the path at the current directory, \"..\" removes the component before it; the\n"
            "last component and repeated \"/\" are kept as they are. The file system is not\n"
-           "consulted and links are not resolved. A PATH that begins with \"..\" is refused.\n"
+           "consulted and links are not resolved. A PATH that begins with \"..\" is refused;\n"
+           "one that begins with \"-\" goes after \"--\".\n"
            "\n"
            "Example:\n"
            "  zef canon ./lib/../bin/run\n";

@@ -21,7 +21,7 @@ namespace zef {
 
 class ExtractionProgress {
  public:
-  // Counts the entries marked in `selected`; both must outlive this.
+  // Counts the entries marked in `selected`; `report` must outlive this.
   ExtractionProgress(const Verbosity& verbosity, const kxzef::AuditReport& report, const std::vector<bool>& selected);
   ~ExtractionProgress();
   ExtractionProgress(const ExtractionProgress&) = delete;

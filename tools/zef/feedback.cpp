@@ -68,9 +68,10 @@ void silenceWarnings() { warningsSilenced = true; }
 
 bool progressLineShown() { return progressShown.load(std::memory_order_relaxed); }
 
-void printSummary(const std::string& archive, uint64_t entries, uint64_t bytesIn, uint64_t bytesOut) {
-  std::printf("%s: %s, %s in, %s out\n", archive.c_str(), entryCount(entries).c_str(), humanSize(bytesIn).c_str(),
-              humanSize(bytesOut).c_str());
+void printSummary(const std::string& archive, uint64_t entries, uint64_t bytesIn, uint64_t bytesOut,
+                  const std::string& note) {
+  std::printf("%s: %s, %s in, %s out%s%s\n", archive.c_str(), entryCount(entries).c_str(), humanSize(bytesIn).c_str(),
+              humanSize(bytesOut).c_str(), note.empty() ? "" : ", ", note.c_str());
   std::fflush(stdout);
 }
 

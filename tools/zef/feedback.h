@@ -33,8 +33,10 @@ void silenceWarnings();
 // erase it before they say why zef stops.
 bool progressLineShown();
 
-// Prints "ARCHIVE: N entries, X in, Y out" on standard output.
-void printSummary(const std::string& archive, uint64_t entries, uint64_t bytesIn, uint64_t bytesOut);
+// Prints "ARCHIVE: N entries, X in, Y out" on standard output, and
+// ", NOTE" before the end of the line when `note` is not empty.
+void printSummary(const std::string& archive, uint64_t entries, uint64_t bytesIn, uint64_t bytesOut,
+                  const std::string& note = "");
 
 // Per-entry lines and the progress line of one job. The progress line is
 // redrawn at most ten times a second and erased when the job ends or an

@@ -42,9 +42,16 @@ int printHelp(const std::string& command) {
 namespace zef {
 
 int canonCommand(const std::vector<std::string>& args) {
-  if (args.empty()) return usageError("canon", "no PATH given");
+  std::vector<std::string> paths;
+  if (int status = walkArguments(
+          args, [&args](size_t& i) { return usageError("canon", "unknown option '" + args[i] + "'"); },
+          [&paths](const std::string& path) { paths.push_back(path); });
+      status != ExitOk) {
+    return status;
+  }
+  if (paths.empty()) return usageError("canon", "no PATH given");
   int status = ExitOk;
-  for (const std::string& path : args) {
+  for (const std::string& path : paths) {
     const std::string canonical = zefMakePathCanonical(path);
     // The library refuses some paths with a message and an empty result.
     if (canonical.empty() && !path.empty()) {

@@ -194,6 +194,11 @@ class Extraction {
   int openAndAudit();
   int select();
   bool oneByOne() const;
+  bool madeByLibrary(size_t index) const;
+  bool countKept(bool replace) {
+    kept_ += replace ? 0 : 1;
+    return replace;
+  }
   int extractSelected(ZEFArchReader& reader);
   int prepare();
   int prepareFresh();
@@ -218,6 +223,7 @@ class Extraction {
   bool oneByOne_ = false;        // the selected entries are extracted one by one, by name
   std::unique_ptr<ExtractionProgress> progress_;
   Placement placement_ = Placement::Merge;
+  size_t kept_ = 0;  // files and links already in the destination, left as they were
   std::string destination_;  // the destination as shown in messages ("" for the current directory)
   CreatedParents parents_;
   Staging staging_;
@@ -277,7 +283,9 @@ int Extraction::select() {
   if (selectedCount_ == 0 && !report_.entries.empty()) return fail("every entry is excluded; nothing was extracted");
   oneByOne_ = oneByOne();
   extracted_ = oneByOne_ ? selected_ : std::vector<bool>(report_.entries.size(), true);
-  progress_ = std::make_unique<ExtractionProgress>(request_.verbosity, report_, selected_);
+  std::vector<bool> made = selected_;
+  for (size_t i = 0; i < made.size(); ++i) made[i] = made[i] && madeByLibrary(i);
+  progress_ = std::make_unique<ExtractionProgress>(request_.verbosity, report_, made);
   return ExitOk;
 }
 
@@ -295,6 +303,9 @@ bool Extraction::oneByOne() const {
   }
   return true;
 }
+
+// Without paths the library makes links only: -v names and counts those alone.
+bool Extraction::madeByLibrary(size_t index) const { return !request_.flat || report_.entries[index].isLink; }
 
 int Extraction::makeStaging(const std::string& parentPath) {
   staging_.parentPath = parentPath;
@@ -353,7 +364,7 @@ int Extraction::prepare() {
 int Extraction::extractSelected(ZEFArchReader& reader) {
   for (size_t i = 0; i < report_.entries.size(); ++i) {
     if (!selected_[i]) continue;
-    progress_->entry(i);
+    if (madeByLibrary(i)) progress_->entry(i);
     if (reader.extractEntry(libraryName(report_.entries[i].name).c_str(), false) != kxzef::EntryExtracted) {
       return failedExtraction();
     }
@@ -460,9 +471,9 @@ int Extraction::installMerge(int destinationFd) {
   ReplaceQuestion mayReplace;
   OverwriteQuestion question(stdin, messages_);
   if (request_.overwrite == Overwrite::Ask) {
-    mayReplace = [&question](const std::string& path) { return question.mayReplace(path); };
+    mayReplace = [this, &question](const std::string& path) { return countKept(question.mayReplace(path)); };
   } else if (request_.overwrite == Overwrite::Never) {
-    mayReplace = [](const std::string&) { return false; };
+    mayReplace = [this](const std::string&) { return countKept(false); };
   }
   if (std::string problem = planMerge(staging_.fd.get(), destinationFd, destination_, mayReplace, plan);
       !problem.empty()) {
@@ -521,7 +532,8 @@ int Extraction::run() {
   const std::string name = staging_.name;
   if (int error = staging_.remove(); error != 0) warnLeftOver(name, error);
   if (status == ExitOk && request_.verbosity.verbose) {
-    printSummary(request_.archive, progress_->entries(), progress_->packedBytes(), progress_->unpackedBytes());
+    printSummary(request_.archive, progress_->entries(), progress_->packedBytes(), progress_->unpackedBytes(),
+                 kept_ == 0 ? "" : std::to_string(kept_) + " left as they were");
   }
   return status;
 }
