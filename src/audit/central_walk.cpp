@@ -35,12 +35,13 @@ struct Zip64Locator {
   static constexpr RecordField DiskCount{16, 4};
 };
 
+// The same fields as the end record's, wider and further on.
 struct Zip64End {
   static constexpr RecordField Signature{0, 4};
   static constexpr RecordField ThisDisk{16, 4};
   static constexpr RecordField DirectoryDisk{20, 4};
   static constexpr RecordField EntriesOnDisk{24, 8};
-  static constexpr RecordField EntriesTotal{32, 8};
+  static constexpr RecordField TotalEntries{32, 8};
   static constexpr RecordField DirectorySize{40, 8};
   static constexpr RecordField DirectoryOffset{48, 8};
 };
@@ -79,14 +80,16 @@ int findEndRecord(AuditFile& file, uint64_t& position, bool& found) {
   return AuditOk;
 }
 
+// `Record` is EndRecord or Zip64End.
+template <typename Record>
 EndFields readEndFields(const unsigned char* record) {
   EndFields fields;
-  fields.disk = getField(record, EndRecord::ThisDisk);
-  fields.directoryDisk = getField(record, EndRecord::DirectoryDisk);
-  fields.entriesOnDisk = getField(record, EndRecord::EntriesOnDisk);
-  fields.entriesTotal = getField(record, EndRecord::TotalEntries);
-  fields.directorySize = getField(record, EndRecord::DirectorySize);
-  fields.directoryOffset = getField(record, EndRecord::DirectoryOffset);
+  fields.disk = getField(record, Record::ThisDisk);
+  fields.directoryDisk = getField(record, Record::DirectoryDisk);
+  fields.entriesOnDisk = getField(record, Record::EntriesOnDisk);
+  fields.entriesTotal = getField(record, Record::TotalEntries);
+  fields.directorySize = getField(record, Record::DirectorySize);
+  fields.directoryOffset = getField(record, Record::DirectoryOffset);
   return fields;
 }
 
@@ -108,12 +111,7 @@ uint64_t readZip64End(ReadWindow& window, uint64_t endPosition, EndFields& field
     const bool fits = locatorPosition >= Zip64EndSize && position <= locatorPosition - Zip64EndSize;
     const unsigned char* record = fits ? window.bytesAt(position, Zip64EndSize) : nullptr;
     if (record == nullptr || getField(record, Zip64End::Signature) != Zip64EndSignature) continue;
-    fields.disk = getField(record, Zip64End::ThisDisk);
-    fields.directoryDisk = getField(record, Zip64End::DirectoryDisk);
-    fields.entriesOnDisk = getField(record, Zip64End::EntriesOnDisk);
-    fields.entriesTotal = getField(record, Zip64End::EntriesTotal);
-    fields.directorySize = getField(record, Zip64End::DirectorySize);
-    fields.directoryOffset = getField(record, Zip64End::DirectoryOffset);
+    fields = readEndFields<Zip64End>(record);
     return position;
   }
   return 0;
@@ -245,7 +243,7 @@ int placeDirectory(AuditFile& file, AuditReport& report, DirectoryPlace& place) 
   ReadWindow window(file, Zip64EndSize + Zip64LocatorSize + EndRecordSize);
   const unsigned char* record = window.bytesAt(endPosition, EndRecordSize);
   if (record == nullptr) return file.failed() ? AuditCannotOpen : AuditNotAnArchive;
-  EndFields fields = readEndFields(record);
+  EndFields fields = readEndFields<EndRecord>(record);
   const EndFields plain = fields;
   bool hasLocator = false;
   uint64_t diskCount = 0;
