@@ -21,14 +21,34 @@ constexpr uint64_t Zip64LocatorSignature = 0x07064B50;
 constexpr uint64_t Zip64EndSignature = 0x06064B50;
 constexpr uint64_t Zip64LocatorSize = 20;
 constexpr uint64_t Zip64EndSize = 56;
-constexpr uint64_t Marker16 = 0xFFFF;
-constexpr uint64_t Marker32 = 0xFFFFFFFF;
+// A field at its largest value means "see the ZIP64 record".
+constexpr uint64_t Marker16 = Max16BitField;
+constexpr uint64_t Marker32 = Max32BitField;
 // A central header with the longest name, extra field and comment.
 constexpr size_t MaxCentralRecord = CentralHeaderSize + 3 * 0xFFFF;
 constexpr size_t DirectoryReadSize = 256 * 1024;
 constexpr uint64_t EntriesReservedAtOnce = 1 << 16;
 
-uint64_t at(const unsigned char* record, int offset, int width) { return readLittleEndian(record + offset, width); }
+struct Zip64Locator {
+  static constexpr RecordField Signature{0, 4};
+  static constexpr RecordField EndOffset{8, 8};
+  static constexpr RecordField DiskCount{16, 4};
+};
+
+// The same fields as the end record's, wider and further on.
+struct Zip64End {
+  static constexpr RecordField Signature{0, 4};
+  static constexpr RecordField ThisDisk{16, 4};
+  static constexpr RecordField DirectoryDisk{20, 4};
+  static constexpr RecordField EntriesOnDisk{24, 8};
+  static constexpr RecordField TotalEntries{32, 8};
+  static constexpr RecordField DirectorySize{40, 8};
+  static constexpr RecordField DirectoryOffset{48, 8};
+};
+
+// An extra field's blocks each open with a tag and the length of the rest.
+constexpr RecordField BlockTag{0, 2};
+constexpr RecordField BlockLength{2, 2};
 
 // The end record's fields, with the ZIP64 end record's where that one exists.
 struct EndFields {
@@ -51,7 +71,7 @@ int findEndRecord(AuditFile& file, uint64_t& position, bool& found) {
   std::unique_ptr<unsigned char[]> tail(new (std::nothrow) unsigned char[reach]);
   if (!tail || file.readAt(start, tail.get(), reach) != reach) return AuditCannotOpen;
   for (uint64_t i = reach - EndRecordSize + 1; i-- > 0;) {
-    if (at(tail.get() + i, 0, 4) == EndRecordSignature) {
+    if (getField(tail.get() + i, EndRecord::Signature) == EndRecordSignature) {
       position = start + i;
       found = true;
       return AuditOk;
@@ -60,14 +80,16 @@ int findEndRecord(AuditFile& file, uint64_t& position, bool& found) {
   return AuditOk;
 }
 
+// `Record` is EndRecord or Zip64End.
+template <typename Record>
 EndFields readEndFields(const unsigned char* record) {
   EndFields fields;
-  fields.disk = at(record, 4, 2);
-  fields.directoryDisk = at(record, 6, 2);
-  fields.entriesOnDisk = at(record, 8, 2);
-  fields.entriesTotal = at(record, 10, 2);
-  fields.directorySize = at(record, 12, 4);
-  fields.directoryOffset = at(record, 16, 4);
+  fields.disk = getField(record, Record::ThisDisk);
+  fields.directoryDisk = getField(record, Record::DirectoryDisk);
+  fields.entriesOnDisk = getField(record, Record::EntriesOnDisk);
+  fields.entriesTotal = getField(record, Record::TotalEntries);
+  fields.directorySize = getField(record, Record::DirectorySize);
+  fields.directoryOffset = getField(record, Record::DirectoryOffset);
   return fields;
 }
 
@@ -80,20 +102,16 @@ uint64_t readZip64End(ReadWindow& window, uint64_t endPosition, EndFields& field
   if (endPosition < Zip64LocatorSize) return 0;
   const uint64_t locatorPosition = endPosition - Zip64LocatorSize;
   const unsigned char* locator = window.bytesAt(locatorPosition, Zip64LocatorSize);
-  if (locator == nullptr || at(locator, 0, 4) != Zip64LocatorSignature) return 0;
+  if (locator == nullptr || getField(locator, Zip64Locator::Signature) != Zip64LocatorSignature) return 0;
   hasLocator = true;
-  diskCount = at(locator, 16, 4);
-  const uint64_t candidates[] = {at(locator, 8, 8), locatorPosition >= Zip64EndSize ? locatorPosition - Zip64EndSize : 0};
+  diskCount = getField(locator, Zip64Locator::DiskCount);
+  const uint64_t candidates[] = {getField(locator, Zip64Locator::EndOffset),
+                                 locatorPosition >= Zip64EndSize ? locatorPosition - Zip64EndSize : 0};
   for (uint64_t position : candidates) {
     const bool fits = locatorPosition >= Zip64EndSize && position <= locatorPosition - Zip64EndSize;
     const unsigned char* record = fits ? window.bytesAt(position, Zip64EndSize) : nullptr;
-    if (record == nullptr || at(record, 0, 4) != Zip64EndSignature) continue;
-    fields.disk = at(record, 16, 4);
-    fields.directoryDisk = at(record, 20, 4);
-    fields.entriesOnDisk = at(record, 24, 8);
-    fields.entriesTotal = at(record, 32, 8);
-    fields.directorySize = at(record, 40, 8);
-    fields.directoryOffset = at(record, 48, 8);
+    if (record == nullptr || getField(record, Zip64End::Signature) != Zip64EndSignature) continue;
+    fields = readEndFields<Zip64End>(record);
     return position;
   }
   return 0;
@@ -122,7 +140,8 @@ constexpr uint64_t FlagStrongEncryption = 0x0040;
 // Unix block, and the target after its header is not empty.
 bool carriesLinkBlock(const unsigned char* extra, size_t size) {
   if (size <= UnixExtraHeaderSize) return false;
-  if (at(extra, 0, 2) != UnixExtraTag || at(extra, 2, 2) <= UnixExtraHeaderSize) return false;
+  if (getField(extra, UnixExtraTagField) != UnixExtraTag) return false;
+  if (getField(extra, UnixExtraLengthField) <= UnixExtraHeaderSize) return false;
   return extra[UnixExtraHeaderSize] != 0;
 }
 
@@ -190,19 +209,20 @@ void reportRecordFindings(const AuditEntry& entry, int64_t index, AuditReport& r
 void readCentralRecord(const unsigned char* record, AuditReport& report) {
   AuditEntry& entry = report.entries.emplace_back();
   const int64_t index = static_cast<int64_t>(report.entries.size() - 1);
-  entry.versionMadeBy = static_cast<uint16_t>(at(record, 4, 2));
-  entry.flags = static_cast<uint16_t>(at(record, 8, 2));
-  entry.method = static_cast<uint16_t>(at(record, 10, 2));
-  entry.dosDateTime = static_cast<uint32_t>(at(record, 12, 4));
-  entry.crc = static_cast<uint32_t>(at(record, 16, 4));
-  entry.compressedSize = at(record, 20, 4);
-  entry.uncompressedSize = at(record, 24, 4);
-  entry.externalAttributes = static_cast<uint32_t>(at(record, 38, 4));
-  entry.localHeaderOffset = at(record, 42, 4);
-  const size_t nameLength = at(record, 28, 2), extraLength = at(record, 30, 2);
+  entry.versionMadeBy = static_cast<uint16_t>(getField(record, CentralHeader::VersionMadeBy));
+  entry.flags = static_cast<uint16_t>(getField(record, CentralHeader::Flags));
+  entry.method = static_cast<uint16_t>(getField(record, CentralHeader::Method));
+  entry.dosDateTime = static_cast<uint32_t>(getField(record, CentralHeader::DosDate));
+  entry.crc = static_cast<uint32_t>(getField(record, CentralHeader::Crc));
+  entry.compressedSize = getField(record, CentralHeader::CompressedSize);
+  entry.uncompressedSize = getField(record, CentralHeader::UncompressedSize);
+  entry.externalAttributes = static_cast<uint32_t>(getField(record, CentralHeader::ExternalAttributes));
+  entry.localHeaderOffset = getField(record, CentralHeader::LocalHeaderOffset);
+  const size_t nameLength = getField(record, CentralHeader::NameLength);
+  const size_t extraLength = getField(record, CentralHeader::ExtraLength);
   entry.name.assign(reinterpret_cast<const char*>(record + CentralHeaderSize), nameLength);
   const unsigned char* extra = record + CentralHeaderSize + nameLength;
-  uint64_t disk = at(record, 34, 2);
+  uint64_t disk = getField(record, CentralHeader::DiskNumberStart);
   const bool marked = entry.compressedSize == Marker32 || entry.uncompressedSize == Marker32 ||
                       entry.localHeaderOffset == Marker32 || disk == Marker16;
   const bool zip64Extra = applyZip64Extra(extra, extraLength, entry.uncompressedSize, entry.compressedSize,
@@ -223,7 +243,7 @@ int placeDirectory(AuditFile& file, AuditReport& report, DirectoryPlace& place) 
   ReadWindow window(file, Zip64EndSize + Zip64LocatorSize + EndRecordSize);
   const unsigned char* record = window.bytesAt(endPosition, EndRecordSize);
   if (record == nullptr) return file.failed() ? AuditCannotOpen : AuditNotAnArchive;
-  EndFields fields = readEndFields(record);
+  EndFields fields = readEndFields<EndRecord>(record);
   const EndFields plain = fields;
   bool hasLocator = false;
   uint64_t diskCount = 0;
@@ -252,15 +272,15 @@ bool applyZip64Extra(const unsigned char* extra, size_t size, uint64_t& uncompre
   constexpr uint64_t Zip64ExtraTag = 0x0001;
   constexpr size_t BlockHeaderSize = 4;
   for (size_t position = 0; size - position >= BlockHeaderSize;) {
-    const uint64_t tag = at(extra + position, 0, 2);
-    size_t left = at(extra + position, 2, 2);
+    const uint64_t tag = getField(extra + position, BlockTag);
+    size_t left = getField(extra + position, BlockLength);
     if (left > size - position - BlockHeaderSize) return false;
     if (tag == Zip64ExtraTag) {
       const unsigned char* field = extra + position + BlockHeaderSize;
       // Only marked fields are present, in this order; a block too short for them leaves the markers.
       const auto take = [&](uint64_t& value, uint64_t marker, size_t width) {
         if (value != marker || left < width) return;
-        value = at(field, 0, static_cast<int>(width));
+        value = readLittleEndian(field, static_cast<int>(width));
         field += width;
         left -= width;
       };
@@ -289,8 +309,9 @@ int walkDirectory(AuditFile& file, const DirectoryPlace& place, AuditReport& rep
   uint64_t position = place.directoryStart;
   while (place.directoryEnd - position >= CentralHeaderSize) {
     const unsigned char* header = window.bytesAt(position, CentralHeaderSize, DirectoryReadSize);
-    if (header == nullptr || at(header, 0, 4) != CentralHeaderSignature) break;
-    const uint64_t length = CentralHeaderSize + at(header, 28, 2) + at(header, 30, 2) + at(header, 32, 2);
+    if (header == nullptr || getField(header, CentralHeader::Signature) != CentralHeaderSignature) break;
+    const uint64_t length = CentralHeaderSize + getField(header, CentralHeader::NameLength) +
+                            getField(header, CentralHeader::ExtraLength) + getField(header, CentralHeader::CommentLength);
     if (length > place.directoryEnd - position) break;
     const unsigned char* record = window.bytesAt(position, static_cast<size_t>(length));
     if (record == nullptr) break;

@@ -20,9 +20,7 @@ constexpr size_t LocalReadAhead = 16 * 1024;
 // After a large entry's header, only room for a usual name and extra field.
 constexpr size_t LocalHeaderReadAhead = 1024;
 constexpr uint64_t FlagEncrypted = 0x0001;
-constexpr uint64_t Marker32 = 0xFFFFFFFF;
-
-uint64_t at(const unsigned char* record, int offset, int width) { return readLittleEndian(record + offset, width); }
+constexpr uint64_t Marker32 = Max32BitField;  // "see the ZIP64 extra field"
 
 // The fields the local header repeats, as it states them.
 struct LocalFields {
@@ -31,7 +29,7 @@ struct LocalFields {
 
 // Why the local header disagrees with the record, or nullptr when it agrees.
 const char* disagreement(const AuditEntry& entry, const unsigned char* header, const LocalFields& local) {
-  const size_t nameLength = at(header, 26, 2);
+  const size_t nameLength = getField(header, LocalHeader::NameLength);
   if (nameLength != entry.name.size() || std::memcmp(header + LocalHeaderSize, entry.name.data(), nameLength) != 0) {
     return "has a local header with another name";
   }
@@ -53,11 +51,12 @@ void checkLocalHeader(ReadWindow& window, uint64_t bytesBefore, int64_t index, A
   const size_t readAhead = entry.compressedSize < LocalReadAhead ? LocalReadAhead : LocalHeaderReadAhead;
   const unsigned char* header =
       position >= bytesBefore ? window.bytesAt(position, LocalHeaderSize, readAhead) : nullptr;
-  if (header == nullptr || at(header, 0, 4) != LocalHeaderSignature) {
+  if (header == nullptr || getField(header, LocalHeader::Signature) != LocalHeaderSignature) {
     addFinding(report, FindingKind::LocalHeaderMismatch, index, "has no local header where its record points");
     return;
   }
-  const size_t nameLength = at(header, 26, 2), extraLength = at(header, 28, 2);
+  const size_t nameLength = getField(header, LocalHeader::NameLength);
+  const size_t extraLength = getField(header, LocalHeader::ExtraLength);
   const size_t length = LocalHeaderSize + nameLength + extraLength;
   header = window.bytesAt(position, length);
   if (header == nullptr) {
@@ -65,7 +64,9 @@ void checkLocalHeader(ReadWindow& window, uint64_t bytesBefore, int64_t index, A
     return;
   }
   entry.dataOffset = position + length;
-  LocalFields local{at(header, 6, 2), at(header, 8, 2), at(header, 14, 4), at(header, 18, 4), at(header, 22, 4)};
+  LocalFields local{getField(header, LocalHeader::Flags), getField(header, LocalHeader::Method),
+                    getField(header, LocalHeader::Crc), getField(header, LocalHeader::CompressedSize),
+                    getField(header, LocalHeader::UncompressedSize)};
   // The reading core compares the local sizes as they stand, so ZIP64 ones
   // are refused there even when the central record needs none.
   const bool centralFits = entry.compressedSize < Marker32 && entry.uncompressedSize < Marker32;

@@ -23,37 +23,39 @@ struct RecordField {
   int width;
 };
 
-struct LocalHeader {
-  static constexpr RecordField Signature{0, 4};
-  static constexpr RecordField VersionNeeded{4, 2};
-  static constexpr RecordField Flags{6, 2};
-  static constexpr RecordField Method{8, 2};
-  static constexpr RecordField DosDate{10, 4};
-  static constexpr RecordField Crc{14, 4};  // both sizes follow it
-  static constexpr RecordField CompressedSize{18, 4};
-  static constexpr RecordField UncompressedSize{22, 4};
-  static constexpr RecordField NameLength{26, 2};
-  static constexpr RecordField ExtraLength{28, 2};
+// The fields a local header repeats from its central record, in the same
+// order from `Start`: 4 in the local header, 6 in the central record (after
+// its version made by).
+template <size_t Start>
+struct EntryFields {
+  static constexpr RecordField VersionNeeded{Start, 2};
+  static constexpr RecordField Flags{Start + 2, 2};
+  static constexpr RecordField Method{Start + 4, 2};
+  static constexpr RecordField DosDate{Start + 6, 4};
+  static constexpr RecordField Crc{Start + 10, 4};  // both sizes follow it
+  static constexpr RecordField CompressedSize{Start + 14, 4};
+  static constexpr RecordField UncompressedSize{Start + 18, 4};
+  static constexpr RecordField NameLength{Start + 22, 2};
+  static constexpr RecordField ExtraLength{Start + 24, 2};
 };
 
-struct CentralHeader {
+struct LocalHeader : EntryFields<4> {
+  static constexpr RecordField Signature{0, 4};
+};
+
+struct CentralHeader : EntryFields<6> {
   static constexpr RecordField Signature{0, 4};
   static constexpr RecordField VersionMadeBy{4, 2};
-  static constexpr RecordField VersionNeeded{6, 2};
-  static constexpr RecordField Flags{8, 2};
-  static constexpr RecordField Method{10, 2};
-  static constexpr RecordField DosDate{12, 4};
-  static constexpr RecordField Crc{16, 4};  // both sizes follow it
-  static constexpr RecordField CompressedSize{20, 4};
-  static constexpr RecordField UncompressedSize{24, 4};
-  static constexpr RecordField NameLength{28, 2};
-  static constexpr RecordField ExtraLength{30, 2};
   static constexpr RecordField CommentLength{32, 2};
   static constexpr RecordField DiskNumberStart{34, 2};
   static constexpr RecordField InternalAttributes{36, 2};
   static constexpr RecordField ExternalAttributes{38, 4};
   static constexpr RecordField LocalHeaderOffset{42, 4};
 };
+static_assert(LocalHeader::ExtraLength.offset + 2 == LocalHeaderSize, "the local header's fields fill its fixed part");
+static_assert(CentralHeader::ExtraLength.offset + 2 == CentralHeader::CommentLength.offset &&
+                  CentralHeader::LocalHeaderOffset.offset + 4 == CentralHeaderSize,
+              "the central record's fields fill its fixed part");
 
 struct EndRecord {
   static constexpr RecordField Signature{0, 4};

@@ -17,24 +17,12 @@ int DeflateStream::start(int level) {
   return status;
 }
 
-int DeflateStream::end() {
-  if (!started_) return Z_OK;
-  started_ = false;
-  return deflateEnd(&stream_);
-}
-
 int InflateStream::start() {
   if (started_) return inflateReset(&stream_);
   stream_ = z_stream{};
   const int status = inflateInit2_(&stream_, RawWindowBits, ZlibVersionPassed, static_cast<int>(sizeof(z_stream)));
   started_ = status == Z_OK;
   return status;
-}
-
-int InflateStream::end() {
-  if (!started_) return Z_OK;
-  started_ = false;
-  return inflateEnd(&stream_);
 }
 
 }  // namespace kxzef

@@ -51,8 +51,6 @@ TEST_F(IntegrityTest, DamagedDataIsNamedWithItsEntry) {
        "ends before its declared size", "deflate stream cut in half"},
       {changed(stored, [](HandEntry& e) { e.uncompressedSize = 11; }), "ends before its declared size",
        "stored data shorter than declared"},
-      {changed(good, [](HandEntry& e) { e.uncompressedSize -= 1; }), "inflates past its declared size",
-       "one byte more than declared"},
       {changed(deflatedEntry("bomb", std::string(1 << 20, '\0')), [](HandEntry& e) { e.uncompressedSize = 1000; }),
        "inflates past its declared size", "a bomb stops at its declared size"},
       {changed(stored, [](HandEntry& e) { e.uncompressedSize = 9; }), "inflates past its declared size",

@@ -3,8 +3,6 @@
 // failure, files later in the archive may be there as well.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <string>
@@ -29,42 +27,10 @@ struct Extracted {
 };
 
 HandEntry file(const std::string& name, const std::string& content, unsigned mode = 0644) {
-  HandEntry entry = testing::deflatedEntry(name, content);
-  entry.externalAttributes = uint64_t{0100000 | mode} << 16;
-  return entry;
+  return testing::withMode(testing::deflatedEntry(name, content), 0100000 | mode);
 }
 
-HandEntry directory(const std::string& name) {
-  HandEntry entry = testing::storedEntry(name, "");
-  entry.externalAttributes = uint64_t{040755} << 16;
-  return entry;
-}
-
-HandEntry link(const std::string& name, const std::string& target) {
-  HandEntry entry = testing::storedEntry(name, target);
-  entry.externalAttributes = uint64_t{0120777} << 16;
-  entry.centralExtra = testing::linkBlock(target);
-  return entry;
-}
-
-// With `times`, each file's modification time too.
-std::vector<std::string> snapshot(const std::string& root, bool times) {
-  std::vector<std::string> lines;
-  for (const auto& item : fs::recursive_directory_iterator(root)) {
-    struct stat status {};
-    lstat(item.path().c_str(), &status);
-    std::string line = item.path().string() + " " + std::to_string(status.st_mode) + " ";
-    if (S_ISREG(status.st_mode)) {
-      if (times) line += std::to_string(status.st_mtime) + " ";
-      line += testing::TempDirTest::readFile(item.path());
-    } else if (S_ISLNK(status.st_mode)) {
-      line += fs::read_symlink(item.path()).string();
-    }
-    lines.push_back(line);
-  }
-  std::sort(lines.begin(), lines.end());
-  return lines;
-}
+HandEntry directory(const std::string& name) { return testing::withMode(testing::storedEntry(name, ""), 040755); }
 
 // The first line where the trees differ, cut short; "" when they agree.
 std::string firstDifference(const std::vector<std::string>& a, const std::vector<std::string>& b) {
@@ -85,7 +51,7 @@ class ParallelExtraction : public testing::TempDirTest {
     driver.dispatch = dispatch;
     EXPECT_EQ(driver.openWithRoot("in.zef", "out/", true, true), 0);
     const int status = driver.extractAll(true);
-    return Extracted{status, capture.error() + capture.output(), snapshot("out", withTimes_)};
+    return Extracted{status, capture.error() + capture.output(), testing::treeSnapshot("out", withTimes_)};
   }
 
   bool withTimes_ = true;  // off where a failed file keeps the time it was written at
@@ -106,7 +72,7 @@ TEST_F(ParallelExtraction, TreeIsTheOneTheDriverMakesAlone) {
     const std::string name = "app/d" + std::to_string(i % 9) + "/f" + std::to_string(i);
     tree.push_back(file(name, testing::sampleText(40 + static_cast<size_t>(i) * 97), i % 4 == 0 ? 0750 : 0640));
   }
-  tree.push_back(link("app/latest", "d1/f1"));
+  tree.push_back(testing::linkEntry("app/latest", "d1/f1"));
   tree.push_back(file("app/after-link", "written after the link"));
   const struct {
     std::vector<HandEntry> entries;
@@ -146,8 +112,7 @@ TEST_F(ParallelExtraction, FirstFailureInArchiveOrderIsTheOneReported) {
     HandEntry broken;
     const char* why;
   } rows[] = {
-      {10, badCrc, "a CRC that does not match"},
-      {0, badCrc, "the very first file"},
+      {0, badCrc, "a CRC that does not match in the very first file"},
       {39, badCrc, "after every other file was handed over"},
       {20, badData, "data that does not inflate"},
   };

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -105,7 +104,6 @@ TEST_F(ParallelCreation, ArchiveIsTheOneTheRunMakesAlone) {
       {1, 3, {}, "level 1 takes deflate's fast path"},
       {9, 2, {}, "level 9 sets other header flags"},
       {0, 2, {}, "level 0 stores: workers only read and checksum"},
-      {6, 1, {}, "one worker"},
       {6, 4, {96 << 10, 32 << 10}, "a cap smaller than the tree: workers wait and the run takes inputs back"},
   };
   for (const auto& row : rows) {
@@ -113,17 +111,6 @@ TEST_F(ParallelCreation, ArchiveIsTheOneTheRunMakesAlone) {
     expectSameAsAlone(inputs, row.level, prefetch, row.why);
     EXPECT_LE(prefetch.peakHeld(), row.limits.inFlightCap) << row.why;
   }
-}
-
-// deflate judges text from the bytes alone, so the worker's verdict is the core's.
-TEST_F(ParallelCreation, TextAttributeFollowsTheBytes) {
-  ParallelPrefetch prefetch(2);
-  const testing::ParsedArchive archive = testing::parseArchive(create(makeTree(), 6, &prefetch, "p.zef").bytes);
-  ASSERT_TRUE(archive.valid);
-  std::map<std::string, uint64_t> attributes;
-  for (const testing::HandEntry& entry : archive.entries) attributes[entry.name] = entry.internalAttributes;
-  EXPECT_EQ(attributes.at("app/large/text"), 1u);
-  EXPECT_EQ(attributes.at("app/large/noise"), 0u);
 }
 
 // The empty file ends the run in archive order, though workers read past it.
@@ -155,24 +142,6 @@ TEST_F(ParallelCreation, WriteFailuresGiveTheSameMessages) {
 }
 
 class Prefetch : public testing::TempDirTest {};
-
-TEST_F(Prefetch, DeliversDeflatedBytesWithTheirCrcAndSize) {
-  const std::string content = testing::sampleText(100000);
-  writeFile("a", content);
-  ParallelPrefetch prefetch(1);
-  prefetch.begin({"a"}, 6);
-  prefetch.settle();
-  const PrefetchedEntry* entry = prefetch.take(0, statOf("a"));
-  ASSERT_NE(entry, nullptr);
-  EXPECT_EQ(entry->uncompressedSize, content.size());
-  EXPECT_EQ(entry->crc, testing::crcOf(content));
-  EXPECT_TRUE(entry->text);
-  testing::HandEntry deflated = testing::deflatedEntry("a", "");
-  deflated.data.assign(reinterpret_cast<const char*>(entry->data), entry->size);
-  deflated.uncompressedSize = content.size();
-  EXPECT_TRUE(testing::entryContent(deflated) == content);
-  prefetch.end();
-}
 
 TEST_F(Prefetch, InputsItMustNotTakeAreLeftToTheRun) {
   writeFile("file", "content");

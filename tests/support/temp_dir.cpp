@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -51,6 +52,26 @@ int runCommand(const std::string& command) {
 
 bool haveProgram(const std::string& program) {
   return runCommand("command -v " + program + " >/dev/null 2>&1") == 0;
+}
+
+std::vector<std::string> treeSnapshot(const std::string& root, bool times, const std::vector<std::string>& ignored) {
+  std::vector<std::string> lines;
+  for (const auto& item : std::filesystem::recursive_directory_iterator(root)) {
+    const std::string path = item.path().string();
+    if (std::find(ignored.begin(), ignored.end(), path) != ignored.end()) continue;
+    struct stat status {};
+    lstat(path.c_str(), &status);
+    std::string line = path + " " + std::to_string(status.st_mode) + " ";
+    if (S_ISREG(status.st_mode)) {
+      if (times) line += std::to_string(status.st_mtim.tv_sec) + "." + std::to_string(status.st_mtim.tv_nsec) + " ";
+      line += TempDirTest::readFile(path);
+    } else if (S_ISLNK(status.st_mode)) {
+      line += "-> " + std::filesystem::read_symlink(path).string();
+    }
+    lines.push_back(line);
+  }
+  std::sort(lines.begin(), lines.end());
+  return lines;
 }
 
 bool feedStandardInput(const std::string& text) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace kxzef::testing {
 
@@ -34,6 +35,12 @@ int runCommand(const std::string& command);
 
 // True when `program` is on the PATH.
 bool haveProgram(const std::string& program);
+
+// Every path below `root`, one a line and sorted: its mode, then a file's
+// content (after its modification time when `times`) or a link's target.
+// Paths in `ignored` (as the walk spells them, "root/name") are left out.
+std::vector<std::string> treeSnapshot(const std::string& root, bool times = false,
+                                      const std::vector<std::string>& ignored = {});
 
 // Makes standard input read `text`, then end of input, from a file in the
 // current directory. Returns false when that could not be arranged.

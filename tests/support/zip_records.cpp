@@ -30,6 +30,12 @@ uint64_t little(const std::string& bytes, size_t offset, int width) {
 
 }  // namespace
 
+std::string leBytes(uint64_t value, int width) {
+  std::string out;
+  putLE(out, value, width);
+  return out;
+}
+
 std::string sampleText(size_t size) {
   std::string text;
   for (size_t i = 0; text.size() < size; ++i) text += "line " + std::to_string(i * 7919 % 10007) + "\n";
@@ -48,6 +54,17 @@ HandEntry storedEntry(const std::string& name, const std::string& content) {
   entry.crc = crcOf(content);
   entry.compressedSize = content.size();
   entry.uncompressedSize = content.size();
+  return entry;
+}
+
+HandEntry withMode(HandEntry entry, uint64_t mode) {
+  entry.externalAttributes = mode << 16;
+  return entry;
+}
+
+HandEntry linkEntry(const std::string& name, const std::string& target) {
+  HandEntry entry = withMode(storedEntry(name, target), 0120777);
+  entry.centralExtra = linkBlock(target);
   return entry;
 }
 

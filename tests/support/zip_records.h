@@ -34,10 +34,20 @@ struct HandEntry {
 HandEntry storedEntry(const std::string& name, const std::string& content);
 HandEntry deflatedEntry(const std::string& name, const std::string& content);
 
+// `entry` with the Unix mode `mode` (type and permissions) in its external attributes.
+HandEntry withMode(HandEntry entry, uint64_t mode);
+
+// A link as this library writes it: mode 0120777 and the target both as the
+// data and in the Unix link block.
+HandEntry linkEntry(const std::string& name, const std::string& target);
+
 // Lines of numbers: text that deflates, but not so well that a large one fits
 // in one input block.
 std::string sampleText(size_t size);
 uint32_t crcOf(const std::string& content);
+
+// `value` as `width` little-endian bytes.
+std::string leBytes(uint64_t value, int width);
 
 // Overwrites `width` little-endian bytes at `offset`.
 void patchLE(std::string& bytes, size_t offset, uint64_t value, int width);

@@ -23,31 +23,17 @@ AuditReport reportOf(const std::vector<std::string>& names) {
   return report;
 }
 
-const char* shortName(FindingKind kind) {
-  switch (kind) {
-    case FindingKind::ParentComponent:
-      return "climbs";
-    case FindingKind::NameCollision:
-      return "twice";
-    case FindingKind::ThroughArchiveLink:
-      return "below";
-    case FindingKind::AbsoluteName:
-      return "absolute";
-    case FindingKind::TotalSizeTooLarge:
-      return "size";
-    default:
-      return "other";
-  }
-}
-
-// The findings as "index:kind" words, in order.
+// The findings as "index:kind", in order.
 std::string described(const std::vector<kxzef::AuditFinding>& findings) {
   std::string text;
   for (const auto& finding : findings) {
-    text += (text.empty() ? "" : " ") + std::to_string(finding.entryIndex) + ":" + shortName(finding.kind);
+    text += (text.empty() ? "" : ", ") + std::to_string(finding.entryIndex) + ":" + kxzef::findingText(finding.kind);
   }
   return text;
 }
+
+const std::string Climbs = "'..' in name", Twice = "name collision", Below = "path through a link entry";
+const std::string TooLarge = "total size over the limit";
 
 TEST(ZefFindings, EscapesAreFoundAsTheLibraryWouldWriteTheNames) {
   const std::string nul("a\0/../../x", 10);
@@ -55,17 +41,17 @@ TEST(ZefFindings, EscapesAreFoundAsTheLibraryWouldWriteTheNames) {
   const struct {
     const char* reason;
     std::vector<std::string> names;
-    const char* found;
+    std::string found;
   } rows[] = {
       {"a plain tree", {"app/", "app/bin/run", "app/etc/"}, ""},
       {"\"..\" as a whole component only", {"a/..b", "..c", "b../d"}, ""},
-      {"backslashes separate for the directory maker", {"..\\x"}, "0:climbs"},
+      {"backslashes separate for the directory maker", {"..\\x"}, "0:" + Climbs},
       {"a directory given twice is harmless", {"d/", "d//", "./d/"}, ""},
-      {"empty and \".\" components do not hide a collision", {"l", "./l"}, "1:twice"},
-      {"below a file or link of the archive", {"d", "d/x", "d\\y\\"}, "1:below 2:below"},
+      {"empty and \".\" components do not hide a collision", {"l", "./l"}, "1:" + Twice},
+      {"below a file or link of the archive", {"d", "d/x", "d\\y\\"}, "1:" + Below + ", 2:" + Below},
       {"the name ends at its first NUL", {nul}, ""},
       {"the cut at the name buffer drops the \"..\"", {longName}, ""},
-      {"names that meet after the NUL cut", {std::string("f\0one", 5), std::string("f\0two", 5)}, "1:twice"},
+      {"names that meet after the NUL cut", {std::string("f\0one", 5), std::string("f\0two", 5)}, "1:" + Twice},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(described(zef::escapeFindings(reportOf(row.names), false)), row.found) << row.reason;
@@ -75,7 +61,7 @@ TEST(ZefFindings, EscapesAreFoundAsTheLibraryWouldWriteTheNames) {
 TEST(ZefFindings, CaseIsFoldedOnlyWhereTheFileSystemFoldsIt) {
   const AuditReport report = reportOf({"L", "l/x", "README", "readme"});
   EXPECT_EQ(described(zef::escapeFindings(report, false)), "");
-  EXPECT_EQ(described(zef::escapeFindings(report, true)), "1:below 3:twice");
+  EXPECT_EQ(described(zef::escapeFindings(report, true)), "1:" + Below + ", 3:" + Twice);
 }
 
 TEST(ZefFindings, TrustKeepsOnlyTheSizeLimitAndTheEscapes) {
@@ -83,8 +69,8 @@ TEST(ZefFindings, TrustKeepsOnlyTheSizeLimitAndTheEscapes) {
   report.findings = {{FindingKind::TotalSizeTooLarge, -1, "declares too much"},
                      {FindingKind::AbsoluteName, 0, "is an absolute path"},
                      {FindingKind::ParentComponent, 1, "contains a '..' component"}};
-  EXPECT_EQ(described(zef::refusals(report, false, false)), "-1:size 0:absolute 1:climbs");
-  EXPECT_EQ(described(zef::refusals(report, true, false)), "-1:size 1:climbs");
+  EXPECT_EQ(described(zef::refusals(report, false, false)), "-1:" + TooLarge + ", 0:absolute name, 1:" + Climbs);
+  EXPECT_EQ(described(zef::refusals(report, true, false)), "-1:" + TooLarge + ", 1:" + Climbs);
   EXPECT_EQ(zef::findingLine(report, report.findings[0]), "the archive declares too much");
 }
 

@@ -6,33 +6,55 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <filesystem>
-#include <regex>
 #include <string>
+#include <vector>
 
 #include "support/temp_dir.h"
+#include "support/zef_run.h"
 #include "support/zip_records.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using kxzef::testing::runCommand;
+using kxzef::testing::ToolRun;
+using kxzef::testing::treeSnapshot;
 
-struct ToolRun {
-  int status;
-  std::string err;
-};
+// `text` with every `from` replaced by `to`.
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+  return text;
+}
+
+// `text` with the random part of each temporary name as "XXXXXX".
+std::string masked(std::string text) {
+  constexpr size_t RandomPart = 6;
+  for (const std::string prefix : {"zef-tmp-", "zef-stage-"}) {
+    for (size_t at = text.find(prefix); at != std::string::npos; at = text.find(prefix, at + 1)) {
+      const size_t random = at + prefix.size();
+      if (text.size() - random < RandomPart) break;
+      const auto alnum = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0; };
+      if (std::all_of(text.begin() + random, text.begin() + random + RandomPart, alnum)) {
+        text.replace(random, RandomPart, "XXXXXX");
+      }
+    }
+  }
+  return text;
+}
 
 class ZefParallel : public kxzef::testing::TempDirTest {
  protected:
-  // Runs "PREFIX zef ARGUMENTS"; standard error is kept.
-  ToolRun zef(const std::string& arguments, const std::string& prefix = "") const {
-    const int status = runCommand(prefix + " " + ZEF_PROGRAM + " " + arguments + " </dev/null >/dev/null 2>'" +
-                                  path("zef.err") + "'");
-    // The temporary file's name is random; the rest must match.
-    const std::regex temporary("zef-(tmp|stage)-[A-Za-z0-9]{6}");
-    return ToolRun{status, std::regex_replace(readFile(path("zef.err")), temporary, "zef-$1-XXXXXX")};
+  // Runs "PREFIX zef ARGUMENTS"; temporary names in its errors are masked, the rest must match.
+  static ToolRun zef(const std::string& arguments, const std::string& prefix = "") {
+    ToolRun run = kxzef::testing::runZef(arguments, "/dev/null", prefix);
+    run.err = masked(run.err);
+    return run;
   }
 
   // Directories (one empty), links to a file and to a directory, many small
@@ -50,14 +72,6 @@ class ZefParallel : public kxzef::testing::TempDirTest {
     ASSERT_EQ(symlink("d1/f001", "tree/file-link"), 0);
     ASSERT_EQ(symlink("d2", "tree/dir-link"), 0);
   }
-
-  // What `root` holds: each path with its type, mode and link target, and
-  // each file's size and time (the others get the time they were made at).
-  std::string listing(const std::string& root) const {
-    runCommand("cd '" + root + "' && { find . ! -type f -printf '%p %y %m %l\\n'; find . -type f -printf "
-               "'%p %m %s %T@\\n'; } | sort >'" + path("listing.txt") + "'");
-    return readFile(path("listing.txt"));
-  }
 };
 
 TEST_F(ZefParallel, CreateWritesTheSameArchiveOnAnyNumberOfThreads) {
@@ -67,11 +81,8 @@ TEST_F(ZefParallel, CreateWritesTheSameArchiveOnAnyNumberOfThreads) {
     const char* single;  // the same run on the calling thread alone
   } rows[] = {
       {"-j 2", "-j 1"},
-      {"-j3", "-j 1"},
-      {"--jobs 4", "--jobs=1"},
-      {"--jobs=2 -1", "-j 1 -1"},  // deflate's fast path
-      {"-0 -j 2", "-0 -j 1"},      // stored: the threads only read and checksum
-      {"", "-j 1"},                // the default: the online CPUs
+      {"--jobs 3 -1", "--jobs=1 -1"},  // deflate's fast path
+      {"", "-j 1"},                    // the default: the online CPUs
   };
   for (const auto& row : rows) {
     ASSERT_EQ(zef(std::string("create ") + row.single + " one.zef tree=app").status, 0) << readFile("zef.err");
@@ -98,13 +109,14 @@ TEST_F(ZefParallel, ExtractMakesTheSameTreeOnAnyNumberOfThreads) {
   makeTree();
   ASSERT_EQ(zef("create -j 1 in.zef tree=app").status, 0) << readFile("zef.err");
   ASSERT_EQ(zef("extract -j 1 in.zef -d one").status, 0) << readFile("zef.err");
-  const std::string single = listing("one");
-  EXPECT_NE(single.find("./app/file-link l 777"), std::string::npos) << single.substr(0, 300);
-  for (const char* jobs : {"-j 2", "--jobs=3", ""}) {
-    fs::remove_all("many");
-    ASSERT_EQ(zef(std::string("extract ") + jobs + " in.zef -d many").status, 0) << jobs << readFile("zef.err");
-    EXPECT_TRUE(listing("many") == single) << jobs;
-    EXPECT_EQ(runCommand("diff -r --no-dereference one many >/dev/null"), 0) << jobs;
+  fs::rename("one", "out");  // both trees under one name, so that their paths agree
+  const std::vector<std::string> single = treeSnapshot("out", true);
+  const std::string link = "out/app/file-link " + std::to_string(S_IFLNK | 0777) + " -> d1/f001";
+  EXPECT_NE(std::find(single.begin(), single.end(), link), single.end());
+  for (const char* jobs : {"-j 2", ""}) {
+    fs::remove_all("out");
+    ASSERT_EQ(zef(std::string("extract ") + jobs + " in.zef -d out").status, 0) << jobs << readFile("zef.err");
+    EXPECT_TRUE(treeSnapshot("out", true) == single) << jobs;
   }
 }
 
@@ -124,7 +136,7 @@ TEST_F(ZefParallel, ExtractFailsTheSameWayOnAnyNumberOfThreads) {
   EXPECT_EQ(single.status, 1);
   EXPECT_EQ(parallel.status, single.status);
   EXPECT_NE(single.err.find("'app/d3/marked' failed its CRC check"), std::string::npos) << single.err;
-  EXPECT_EQ(parallel.err, std::regex_replace(single.err, std::regex("'one'"), "'two'"));
+  EXPECT_EQ(parallel.err, replaced(single.err, "'one'", "'two'"));
   EXPECT_FALSE(fs::exists("one"));
   EXPECT_FALSE(fs::exists("two"));
 }

@@ -95,19 +95,10 @@ TEST_F(WritingCore, PeersReadBackEveryFieldAndByte) {
   EXPECT_EQ(readFile("judged.txt"), expected);
 }
 
-// Our own parser refuses an archive whose local headers disagree with the
-// central ones; Python above judges the fields themselves.
-TEST_F(WritingCore, LocalHeadersArePatchedToMatchTheCentralOnes) {
-  const std::vector<EntrySpec> entries = mixedEntries();
-  ASSERT_NO_FATAL_FAILURE(writeArchive(path("mixed.zip"), entries));
-  const testing::ParsedArchive parsed = testing::parseArchive(readFile(path("mixed.zip")));
-  ASSERT_TRUE(parsed.valid);
-  EXPECT_EQ(parsed.entriesOnDisk, entries.size());
-}
-
 TEST_F(WritingCore, ReadingCoreReadsEveryEntryBack) {
   const std::vector<EntrySpec> entries = mixedEntries();
   ASSERT_NO_FATAL_FAILURE(writeArchive(path("mixed.zip"), entries));
+  EXPECT_TRUE(testing::parseArchive(readFile(path("mixed.zip"))).valid);  // every local header patched to match
   UnzipArchive archive;
   ASSERT_TRUE(archive.openArchive("mixed.zip"));
   for (size_t i = 0; i < entries.size(); ++i, archive.goToNextEntry()) {

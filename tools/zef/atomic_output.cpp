@@ -17,6 +17,7 @@
 #include <string>
 
 #include "feedback.h"
+#include "held_signals.h"
 
 namespace zef {
 
@@ -31,7 +32,7 @@ constexpr size_t TemporaryStemLimit = 200;     // bytes of the archive's name ke
 constexpr int CreateAttempts = 64;
 constexpr mode_t PermissionBits = 0777;
 constexpr mode_t NewFileBits = 0666;
-constexpr int CleanupSignals[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr int CleanupSignals[] = {SIGINT, SIGTERM, SIGHUP};  // also held back while the armed name changes
 
 // What the signal handler removes; set only while the cleanup signals are blocked.
 volatile sig_atomic_t armed = 0;
@@ -53,21 +54,6 @@ sigset_t cleanupSet() {
   for (int signal : CleanupSignals) sigaddset(&set, signal);
   return set;
 }
-
-// Holds the cleanup signals back while the armed name changes.
-class SignalBlock {
- public:
-  SignalBlock() {
-    const sigset_t set = cleanupSet();
-    sigprocmask(SIG_BLOCK, &set, &previous_);
-  }
-  ~SignalBlock() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
-  SignalBlock(const SignalBlock&) = delete;
-  SignalBlock& operator=(const SignalBlock&) = delete;
-
- private:
-  sigset_t previous_;
-};
 
 // Signals the caller ignores (nohup) stay ignored.
 void installHandlers() {
@@ -161,7 +147,7 @@ std::string AtomicOutput::open(const ArchivePath& archive) {
   directoryFd_ = ::open(archive.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (directoryFd_ < 0) return archive.directory + ": cannot hold the archive (" + systemCause(errno) + ")";
   installHandlers();
-  SignalBlock block;
+  HeldSignals block(CleanupSignals);
   for (int attempt = 0; attempt < CreateAttempts && fileFd_ < 0; ++attempt) {
     const std::string name = temporaryName(archive.name);
     fileFd_ = openat(directoryFd_, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
@@ -202,7 +188,7 @@ std::string AtomicOutput::seal(const ArchivePath& archive) {
 
 std::string AtomicOutput::commit(const ArchivePath& archive, bool keep) {
   {
-    SignalBlock block;
+    HeldSignals block(CleanupSignals);
     const char* from = tempName_.c_str();
     const char* to = archive.name.c_str();
     int moved = keep ? renameat2(directoryFd_, from, directoryFd_, to, RENAME_NOREPLACE)
@@ -231,7 +217,7 @@ void AtomicOutput::discard() {
   if (fileFd_ >= 0) close(fileFd_);
   fileFd_ = -1;
   if (!tempName_.empty()) {
-    SignalBlock block;
+    HeldSignals block(CleanupSignals);
     unlinkat(directoryFd_, tempName_.c_str(), 0);  // the writer may have removed it already
     armed = 0;
     tempName_.clear();

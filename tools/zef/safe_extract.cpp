@@ -21,6 +21,7 @@
 #include "extract/unzip_driver.h"
 #include "extraction_progress.h"
 #include "findings.h"
+#include "held_signals.h"
 #include "interrupt_cleanup.h"
 #include "kxzefarchiver/zefarchiver.h"
 #include "library_view.h"
@@ -147,21 +148,7 @@ struct Staging {
 };
 
 // Signals that would cut a move into place in two are held back until it ends.
-class HeldSignals {
- public:
-  HeldSignals() {
-    sigset_t held;
-    sigemptyset(&held);
-    for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&held, signal);
-    sigprocmask(SIG_BLOCK, &held, &previous_);
-  }
-  ~HeldSignals() { sigprocmask(SIG_SETMASK, &previous_, nullptr); }
-  HeldSignals(const HeldSignals&) = delete;
-  HeldSignals& operator=(const HeldSignals&) = delete;
-
- private:
-  sigset_t previous_;
-};
+constexpr int MoveSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 // Makes `fd` the working directory for as long as it lives.
 class WorkingDirectory {
@@ -479,7 +466,7 @@ int Extraction::installMerge(int destinationFd) {
       !problem.empty()) {
     return fail(problem + NothingInstalled);
   }
-  HeldSignals held;
+  HeldSignals held(MoveSignals);
   if (std::string problem = commitMerge(staging_.fd.get(), destinationFd, destination_, plan); !problem.empty()) {
     return fail(problem + "; the destination holds only part of the archive");
   }
@@ -494,7 +481,7 @@ int Extraction::installReplace() {
   }
   const std::string aside = staging_.name + AsideSuffix;
   {
-    HeldSignals held;
+    HeldSignals held(MoveSignals);
     if (int error = swapDirectories(staging_.parent.get(), staging_.name, split.name, aside); error != 0) {
       return fail("cannot swap in the extracted tree: " + std::string(std::strerror(error)) + NothingInstalled);
     }
