@@ -13,9 +13,11 @@ namespace {
 constexpr int LowestLevel = 1;
 constexpr int HighestLevel = 9;
 
-// libdeflate's level for each of zlib's, from 1 to 9: on the benchmark's
-// application tree each is at least as fast as zlib's level and its output
-// no larger (bench/README.md has the measurement).
+// libdeflate's level for each of zlib's, from 1 to 9. Measured on the
+// benchmark's application tree (bench/README.md), libdeflate's level of the
+// same number is 1.9 to 3.1 times as fast as zlib's and 0.9 to 4.2 % smaller
+// at every level, so each keeps its number; the table stays so that a
+// libdeflate that changes its levels can be mapped anew.
 constexpr int MappedLevels[HighestLevel + 1] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
 
 // zlib's first block ends after this many symbols (memory level 8), each
