@@ -206,8 +206,8 @@ const PrefetchedEntry* ParallelPrefetch::prepareHere(size_t index, const struct 
   struct stat file {};
   uint64_t capacity = 0;
   if (!openEligible(sources_[index], limits_.largestFile, fd, file) || !sameFile(file, seen)) return nullptr;
-  if (!sizeJob(here_, static_cast<uint64_t>(file.st_size), capacity) || !here_.output.reserve(capacity)) return nullptr;
   const auto size = static_cast<uint64_t>(file.st_size);
+  if (!sizeJob(here_, size, capacity) || !here_.output.reserve(capacity)) return nullptr;
   if (!runJob(here_, fd.get(), size, here_.output.data(), capacity, hereEntry_)) return nullptr;
   return &hereEntry_;
 }
