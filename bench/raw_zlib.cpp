@@ -1,7 +1,10 @@
 // The zlib floor for the peers benchmark: raw deflate, and raw inflate with
 // CRC-32, of the very files an archiver packs, with one reused stream and the
 // files already in memory. Prints CPU seconds, so that an archiver's time can
-// be read as a ratio to the work zlib cannot avoid.
+// be read as a ratio to the work zlib cannot avoid. With "libdeflate" it
+// does the same with libdeflate at the level zef maps LEVEL to (one call per
+// file, one reused compressor and decompressor), the floor of zef's engine.
+#include <libdeflate.h>
 #include <zlib.h>
 
 #include <time.h>
@@ -11,6 +14,8 @@
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "whole/whole_deflate.h"
 
 namespace {
 
@@ -90,11 +95,55 @@ uLong inflateAll(const std::vector<std::string>& streams) {
   return crcs;
 }
 
+// Compresses every file in one call each; keeps the output for the
+// decompression half and returns the compressed total.
+size_t libdeflateAll(const std::vector<std::string>& files, int level, std::vector<std::string>& out) {
+  libdeflate_compressor* compressor = libdeflate_alloc_compressor(level);
+  std::vector<unsigned char> buffer;
+  size_t total = 0;
+  for (const std::string& file : files) {
+    buffer.resize(libdeflate_deflate_compress_bound(compressor, file.size()));
+    const size_t size = libdeflate_deflate_compress(compressor, file.data(), file.size(), buffer.data(), buffer.size());
+    out.emplace_back(reinterpret_cast<char*>(buffer.data()), size);
+    total += size;
+  }
+  libdeflate_free_compressor(compressor);
+  return total;
+}
+
+// Decompresses every stream in one call into a buffer of its file's size and
+// takes the CRC-32 of the output, as zef's engine does.
+uint32_t libinflateAll(const std::vector<std::string>& streams, const std::vector<std::string>& files) {
+  libdeflate_decompressor* decompressor = libdeflate_alloc_decompressor();
+  std::vector<unsigned char> buffer;
+  uint32_t crcs = 0;
+  for (size_t i = 0; i < streams.size(); ++i) {
+    buffer.resize(files[i].size());
+    libdeflate_deflate_decompress(decompressor, streams[i].data(), streams[i].size(), buffer.data(), buffer.size(),
+                                  nullptr);
+    crcs ^= libdeflate_crc32(0, buffer.data(), buffer.size());
+  }
+  libdeflate_free_decompressor(decompressor);
+  return crcs;
+}
+
+void measureLibdeflate(const std::vector<std::string>& files, int zlibLevel) {
+  const int level = kxzef::wholeDeflateLevel(zlibLevel);
+  std::vector<std::string> streams;
+  const double start = cpuSeconds();
+  const size_t compressed = libdeflateAll(files, level, streams);
+  const double deflated = cpuSeconds();
+  const uint32_t crcs = libinflateAll(streams, files);
+  const double inflated = cpuSeconds();
+  std::printf(" libdeflate_level %d libdeflate_compressed %zu libdeflate_cpu %.4f libinflate_cpu %.4f libcrc %x", level,
+              compressed, deflated - start, inflated - deflated, crcs);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::fprintf(stderr, "usage: kxzef_raw_zlib LEVEL FILE-LIST\n");
+  if (argc != 3 && !(argc == 4 && std::string(argv[3]) == "libdeflate")) {
+    std::fprintf(stderr, "usage: kxzef_raw_zlib LEVEL FILE-LIST [libdeflate]\n");
     return 2;
   }
   const std::vector<std::string> files = readFiles(argv[2]);
@@ -106,7 +155,9 @@ int main(int argc, char** argv) {
   const double deflated = cpuSeconds();
   const uLong crcs = inflateAll(streams);
   const double inflated = cpuSeconds();
-  std::printf("files %zu bytes %zu compressed %zu deflate_cpu %.4f inflate_cpu %.4f crc %lx\n", files.size(), bytes,
+  std::printf("files %zu bytes %zu compressed %zu deflate_cpu %.4f inflate_cpu %.4f crc %lx", files.size(), bytes,
               compressed, deflated - start, inflated - deflated, crcs);
+  if (argc == 4) measureLibdeflate(files, std::stoi(argv[1]));
+  std::printf("\n");
   return 0;
 }

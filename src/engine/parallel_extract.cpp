@@ -1,23 +1,26 @@
-// The worker pool behind zef extract -j. Jobs sit in a ring in the order the
+// The worker pool behind zef extract. Jobs sit in a ring in the order the
 // driver hands them; workers take them in that order and finish them in any
 // order; the driver collects outcomes in hand order, so the failures it gets
-// back are in archive order. A worker does exactly the driver's steps for a
-// regular file, and any step that does not succeed fails the job: the
-// driver then does it again itself and reports what it finds.
+// back are in archive order. A worker does the driver's steps for a regular
+// file, and any step that does not succeed fails the job: the driver then
+// does it again itself, through zlib, and reports what it finds. Without
+// workers the calling thread does the same job in hand().
 #include "engine/parallel_extract.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <memory>
 #include <new>
 #include <utility>
 
 #include "engine/worker_threads.h"
 #include "zip/file_system.h"
-#include "zip/unzip_archive.h"
+#include "zip/zip_format.h"
 
 namespace kxzef {
 
@@ -38,9 +41,13 @@ bool writeAll(int fd, const unsigned char* bytes, size_t length) {
   return true;
 }
 
+int createTarget(const std::string& target) {
+  return open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NewFileMode);
+}
+
 // The current entry's data into `target`, created or truncated.
 bool inflateInto(UnzipArchive& core, const std::string& target, unsigned char* buffer) {
-  const int fd = open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NewFileMode);
+  const int fd = createTarget(target);
   if (fd < 0) return false;
   bool ok = true;
   for (;;) {
@@ -57,8 +64,52 @@ bool inflateInto(UnzipArchive& core, const std::string& target, unsigned char* b
   return close(fd) == 0 && ok;
 }
 
+// The open entry's next `size` bytes, read raw, into `into`.
+bool readRaw(UnzipArchive& core, unsigned char* into, uint64_t size) {
+  for (uint64_t got = 0; got < size;) {
+    const auto piece = static_cast<uint32_t>(std::min<uint64_t>(size - got, INT_MAX));
+    const int count = core.readCurrentEntry(into + got, piece);
+    if (count <= 0) return false;
+    got += static_cast<uint64_t>(count);
+  }
+  return true;
+}
+
+// Whether the current entry is inflated whole. The core hands raw bytes out
+// only up to the entry's inflated size, so data that deflate made larger
+// than it was streams.
+bool inflatedWhole(const EntryInfo& info) {
+  return info.compressionMethod == MethodDeflated && inflatesWhole(info.compressedSize, info.uncompressedSize) &&
+         info.compressedSize <= info.uncompressedSize;
+}
+
+}  // namespace
+
+// The current entry read raw, inflated in one call and checked against its
+// CRC before `job.target` is created, so that nothing is written from data
+// that fails.
+bool ParallelExtract::writeWhole(Tools& tools, const FileJob& job) {
+  const auto compressed = static_cast<size_t>(job.compressedSize);
+  const auto size = static_cast<size_t>(job.uncompressedSize);
+  // Room for one byte at least, so that an empty entry has somewhere to go.
+  if (!tools.compressed.reserve(compressed) || !tools.inflated.reserve(std::max<size_t>(size, 1))) return false;
+  if (tools.core.openCurrentEntry(nullptr, nullptr, 1) != StatusOk ||
+      !readRaw(tools.core, tools.compressed.data(), compressed)) {
+    return false;
+  }
+  unsigned char* out = tools.inflated.data();
+  if (!tools.whole.inflate(tools.compressed.data(), compressed, out, size) || wholeCrc(out, size) != job.crc) {
+    return false;
+  }
+  const int fd = createTarget(job.target);
+  if (fd < 0) return false;
+  const bool written = writeAll(fd, out, size);
+  return close(fd) == 0 && written;
+}
+
 // One job, step by step as the driver takes them.
-bool writeFile(UnzipArchive& core, const FileJob& job, unsigned char* buffer) {
+bool ParallelExtract::writeFile(Tools& tools, const FileJob& job) const {
+  UnzipArchive& core = tools.core;
   EntryInfo info{};
   if (core.goToEntryPosition(job.centralPosition, job.entryIndex) != StatusOk ||
       core.getCurrentEntryInfo(&info, nullptr, 0, nullptr, 0, nullptr, 0) != StatusOk) {
@@ -69,17 +120,19 @@ bool writeFile(UnzipArchive& core, const FileJob& job, unsigned char* buffer) {
       info.uncompressedSize != job.uncompressedSize) {
     return false;
   }
-  if (core.openCurrentEntry(nullptr, nullptr, 0) != StatusOk) return false;
-  if (!inflateInto(core, job.target, buffer)) return false;
+  if (inflater_ == ExtractInflater::Whole && inflatedWhole(info)) {
+    if (!writeWhole(tools, job)) return false;
+  } else if (core.openCurrentEntry(nullptr, nullptr, 0) != StatusOk ||
+             !inflateInto(core, job.target, tools.buffer.get())) {
+    return false;
+  }
   setFileTime(job.target.c_str(), job.dosDate, job.modified);
   if (chmod(job.target.c_str(), static_cast<mode_t>(job.mode)) != 0) return false;
   return core.closeCurrentEntry() == StatusOk;
 }
 
-}  // namespace
-
-ParallelExtract::ParallelExtract(unsigned workers, std::string archivePath)
-    : workerCount_(workers), archivePath_(std::move(archivePath)) {}
+ParallelExtract::ParallelExtract(unsigned workers, std::string archivePath, ExtractInflater inflater)
+    : workerCount_(workers), archivePath_(std::move(archivePath)), inflater_(inflater) {}
 
 ParallelExtract::~ParallelExtract() { end(); }
 
@@ -90,15 +143,33 @@ bool ParallelExtract::begin() {
   failed_.clear();
   stopping_ = false;
   startWorkers(workerCount_, threads_, [this] { work(); });
-  return !threads_.empty();
+  if (!threads_.empty() || inflater_ != ExtractInflater::Whole) return !threads_.empty();
+  here_.reset(new (std::nothrow) Tools());
+  if (here_ && !openTools(*here_)) here_.reset();
+  return here_ != nullptr;
 }
 
 void ParallelExtract::end() {
   stopWorkers(mutex_, changed_, stopping_, threads_);
   slots_.clear();
+  here_.reset();
+}
+
+// A core of its own on the archive, and a buffer for zlib's pieces.
+bool ParallelExtract::openTools(Tools& tools) const {
+  const bool opened = tools.core.openArchive(archivePath_.c_str());
+  tools.buffer.reset(new (std::nothrow) unsigned char[WorkerBufferSize]);
+  return opened && tools.buffer != nullptr;
+}
+
+bool ParallelExtract::handHere(const FileJob& job) {
+  if (!here_ || !failed_.empty()) return false;  // the run stops at a failed file, as with workers
+  if (!writeFile(*here_, job)) failed_.push_back(FailedFile{job.centralPosition, job.entryIndex});
+  return true;
 }
 
 bool ParallelExtract::hand(const FileJob& job) {
+  if (here_) return handHere(job);
   std::unique_lock<std::mutex> lock(mutex_);
   if (threads_.empty()) return false;
   for (;;) {
@@ -135,9 +206,8 @@ void ParallelExtract::collect() {
 }
 
 void ParallelExtract::work() {
-  UnzipArchive core;
-  const bool opened = core.openArchive(archivePath_.c_str());
-  const std::unique_ptr<unsigned char[]> buffer(new (std::nothrow) unsigned char[WorkerBufferSize]);
+  const std::unique_ptr<Tools> tools(new (std::nothrow) Tools());
+  const bool ready = tools && openTools(*tools);
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
     changed_.wait(lock, [this] { return stopping_ || started_ < handed_; });
@@ -145,7 +215,7 @@ void ParallelExtract::work() {
     Slot& slot = slotFor(started_++);
     slot.state = JobState::Working;
     lock.unlock();
-    const bool written = opened && buffer && writeFile(core, slot.job, buffer.get());
+    const bool written = ready && writeFile(*tools, slot.job);
     lock.lock();
     slot.state = written ? JobState::Written : JobState::Failed;
     changed_.notify_all();

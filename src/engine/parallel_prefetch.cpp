@@ -1,9 +1,10 @@
-// The worker pool behind zef create -j. A worker claims the next input, opens
+// The worker pool behind zef create. A worker claims the next input, opens
 // it only if it is a regular file it may take, reserves room for the worst
 // case of its output, and compresses it in one pass. Anything unusual ends the
-// job as failed, which sends the file down the run's own path; that path
-// reads the file again, which is harmless (reading has no side effects) and
-// gives the failure its usual message in archive order.
+// job as failed; take() then tries the file once more on the calling thread
+// (libdeflate), or sends it down the run's own path (zlib), which reads the
+// file again, which is harmless (reading has no side effects) and gives a
+// failure its usual message in archive order.
 #include "engine/parallel_prefetch.h"
 
 #include <fcntl.h>
@@ -16,7 +17,7 @@
 #include <zlib.h>
 
 #include "engine/worker_threads.h"
-#include "zip/zlib_stream.h"
+#include "whole/whole_inflate.h"
 
 namespace kxzef {
 
@@ -86,9 +87,10 @@ bool deflateFile(int fd, z_stream& stream, unsigned char* readBuffer, unsigned c
   return true;
 }
 
-// Reads all of `fd` into `out` as it is, for stored entries.
-bool copyFile(int fd, unsigned char* out, uint64_t capacity, PrefetchedEntry& entry) {
-  uint64_t total = 0;
+// Reads all of `fd` into `out`, which has room for `capacity` bytes; false
+// when a read fails, the file is empty, or it holds more (it grew).
+bool readWhole(int fd, unsigned char* out, uint64_t capacity, uint64_t& total) {
+  total = 0;
   for (;;) {
     unsigned char probe = 0;  // a full buffer only proves the file ended when the next read finds nothing
     const bool full = total == capacity;
@@ -97,9 +99,27 @@ bool copyFile(int fd, unsigned char* out, uint64_t capacity, PrefetchedEntry& en
     if (count == 0) break;
     total += static_cast<uint64_t>(count);
   }
-  if (total == 0) return false;
+  return total != 0;
+}
+
+// Reads all of `fd` into `out` as it is, for stored entries.
+bool copyFile(int fd, unsigned char* out, uint64_t capacity, PrefetchedEntry& entry) {
+  uint64_t total = 0;
+  if (!readWhole(fd, out, capacity, total)) return false;
   const uLong crc = crc32(crc32(0, Z_NULL, 0), out, static_cast<uInt>(total));
   entry = PrefetchedEntry{out, total, total, static_cast<uint32_t>(crc), false};
+  return true;
+}
+
+// Reads all of `fd` into `input` and deflates it in one call into `out`;
+// false as readWhole is, or when the output does not fit.
+bool deflateWhole(int fd, WholeBuffer& input, uint64_t fileSize, WholeDeflater& deflater, unsigned char* out,
+                  uint64_t capacity, PrefetchedEntry& entry) {
+  uint64_t total = 0;
+  if (!input.reserve(fileSize) || !readWhole(fd, input.data(), fileSize, total)) return false;
+  const size_t size = deflater.compress(input.data(), total, out, capacity);
+  if (size == 0) return false;
+  entry = PrefetchedEntry{out, size, total, wholeCrc(input.data(), total), zlibJudgesText(input.data(), total)};
   return true;
 }
 
@@ -110,8 +130,8 @@ bool sameFile(const struct stat& a, const struct stat& b) {
 
 }  // namespace
 
-ParallelPrefetch::ParallelPrefetch(unsigned workers, PrefetchLimits limits)
-    : workerCount_(workers), limits_(limits) {}
+ParallelPrefetch::ParallelPrefetch(unsigned workers, PrefetchLimits limits, PrefetchDeflater deflater)
+    : workerCount_(workers), limits_(limits), deflater_(deflater) {}
 
 ParallelPrefetch::~ParallelPrefetch() { end(); }
 
@@ -151,8 +171,15 @@ void ParallelPrefetch::settle() {
 }
 
 const PrefetchedEntry* ParallelPrefetch::take(size_t index, const struct stat& seen) {
+  if (index >= sources_.size()) return nullptr;
+  if (const PrefetchedEntry* ready = takeReady(index, seen); ready != nullptr) return ready;
+  return prepareHere(index, seen);
+}
+
+// A worker's data for input `index`, or null when no worker has it ready.
+const PrefetchedEntry* ParallelPrefetch::takeReady(size_t index, const struct stat& seen) {
   std::unique_lock<std::mutex> lock(mutex_);
-  if (threads_.empty() || index >= sources_.size()) return nullptr;
+  if (threads_.empty()) return nullptr;
   position_ = index;  // frees the slots before it and lets workers run further ahead
   changed_.notify_all();
   if (index >= next_) {
@@ -171,9 +198,23 @@ const PrefetchedEntry* ParallelPrefetch::take(size_t index, const struct stat& s
   return &slot.entry;
 }
 
+// With libdeflate, whatever no worker has ready is deflated here, exactly as
+// a worker does it, so that the archive does not depend on the workers.
+const PrefetchedEntry* ParallelPrefetch::prepareHere(size_t index, const struct stat& seen) {
+  if (deflater_ != PrefetchDeflater::Whole || level_ == 0) return nullptr;
+  FileDescriptor fd;
+  struct stat file {};
+  uint64_t capacity = 0;
+  if (!openEligible(sources_[index], limits_.largestFile, fd, file) || !sameFile(file, seen)) return nullptr;
+  const auto size = static_cast<uint64_t>(file.st_size);
+  if (!sizeJob(here_, size, capacity) || !here_.output.reserve(capacity)) return nullptr;
+  if (!runJob(here_, fd.get(), size, here_.output.data(), capacity, hereEntry_)) return nullptr;
+  return &hereEntry_;
+}
+
 void ParallelPrefetch::work() {
-  DeflateStream stream;
-  const std::unique_ptr<unsigned char[]> readBuffer(new (std::nothrow) unsigned char[WorkerReadSize]);
+  Tools tools;
+  tools.readBuffer.reset(new (std::nothrow) unsigned char[WorkerReadSize]);
   std::unique_lock<std::mutex> lock(mutex_);
   size_t index = 0;
   while (claim(lock, index)) {
@@ -182,14 +223,8 @@ void ParallelPrefetch::work() {
     FileDescriptor fd;
     struct stat file {};
     uint64_t capacity = 0;
-    bool ok = readBuffer && openEligible(sources_[index], limits_.largestFile, fd, file);
-    // Any level but 0 deflates, as the run decides; 0 stores.
-    if (ok && level_ != 0) {
-      ok = stream.start(level_) == Z_OK;
-      if (ok) capacity = deflateBound(&stream.get(), static_cast<uLong>(file.st_size));
-    } else {
-      capacity = static_cast<uint64_t>(file.st_size);
-    }
+    bool ok = tools.readBuffer && openEligible(sources_[index], limits_.largestFile, fd, file) &&
+              sizeJob(tools, static_cast<uint64_t>(file.st_size), capacity);
     lock.lock();
     if (!ok || !reserve(lock, slot, capacity)) {
       finishJob(slot, false);
@@ -200,12 +235,37 @@ void ParallelPrefetch::work() {
     unsigned char* out = slot.buffer.get();
     lock.unlock();
     PrefetchedEntry entry;
-    ok = level_ != 0 ? deflateFile(fd.get(), stream.get(), readBuffer.get(), out, capacity, entry)
-                    : copyFile(fd.get(), out, capacity, entry);
+    ok = runJob(tools, fd.get(), static_cast<uint64_t>(file.st_size), out, capacity, entry);
     lock.lock();
     slot.entry = entry;
     finishJob(slot, ok);
   }
+}
+
+// Readies `tools` for a file of `fileSize` bytes at the run's level and gives
+// the room its output may need. Any level but 0 deflates, as the run decides;
+// 0 stores.
+bool ParallelPrefetch::sizeJob(Tools& tools, uint64_t fileSize, uint64_t& capacity) {
+  capacity = fileSize;
+  if (level_ == 0) return true;
+  if (deflater_ == PrefetchDeflater::Whole) {
+    if (!tools.whole.start(level_)) return false;
+    capacity = tools.whole.bound(static_cast<size_t>(fileSize));
+    return true;
+  }
+  if (tools.stream.start(level_) != Z_OK) return false;
+  capacity = deflateBound(&tools.stream.get(), static_cast<uLong>(fileSize));
+  return true;
+}
+
+// `fileSize` is the size the file had when it was opened; one that grew since fails.
+bool ParallelPrefetch::runJob(Tools& tools, int fd, uint64_t fileSize, unsigned char* out, uint64_t capacity,
+                              PrefetchedEntry& entry) {
+  if (level_ == 0) return copyFile(fd, out, capacity, entry);
+  if (deflater_ == PrefetchDeflater::Whole) {
+    return deflateWhole(fd, tools.input, fileSize, tools.whole, out, capacity, entry);
+  }
+  return deflateFile(fd, tools.stream.get(), tools.readBuffer.get(), out, capacity, entry);
 }
 
 bool ParallelPrefetch::claimable() const {

@@ -1,9 +1,14 @@
-// zef's parallel creation: worker threads read and compress plain files
-// ahead of the creation run, which copies their output into the archive in
-// its own order, so the archive is the one a single thread writes. Workers
-// never call host code (they only read files and run zlib), and memory stays
-// bounded: finished data of at most `inFlightCap` bytes, and files larger
-// than `largestFile` are left to the run, which streams them as always.
+// zef's creation engine: worker threads read and compress plain files ahead
+// of the creation run, which copies their output into the archive in its own
+// order, so the archive is the one a single thread writes. With libdeflate
+// (PrefetchDeflater::Whole) every file within `largestFile` is deflated in
+// one call, by a worker or, when none has it ready, by the calling thread in
+// take(), so the archive does not depend on the number of workers or their
+// timing; with zlib a file no worker has ready is left to the run. Workers
+// never call host code (they only read files and compress), and memory stays
+// bounded: finished data of at most `inFlightCap` bytes, one file's input and
+// output per thread, and files larger than `largestFile` are left to the run,
+// which streams them through zlib as always.
 #ifndef KXZEF_ENGINE_PARALLEL_PREFETCH_H
 #define KXZEF_ENGINE_PARALLEL_PREFETCH_H
 
@@ -19,11 +24,14 @@
 #include <vector>
 
 #include "create/entry_prefetch.h"
+#include "whole/whole_buffer.h"
+#include "whole/whole_deflate.h"
+#include "zip/zlib_stream.h"
 
 namespace kxzef {
 
 constexpr uint64_t DefaultInFlightCap = uint64_t{64} << 20;
-constexpr uint64_t DefaultLargestPrefetch = uint64_t{8} << 20;
+constexpr uint64_t DefaultLargestPrefetch = WholeEntryBudget;
 constexpr size_t SlotsPerWorker = 32;  // how many inputs each worker may run ahead of the run
 
 struct PrefetchLimits {
@@ -31,11 +39,18 @@ struct PrefetchLimits {
   uint64_t largestFile = DefaultLargestPrefetch; // larger files are never prefetched
 };
 
+// What deflates the files: zlib's stream, giving the bytes the run would
+// write itself, or libdeflate, one call per file, faster and as small.
+enum class PrefetchDeflater { Zlib, Whole };
+
 class ParallelPrefetch : public EntryPrefetch {
  public:
-  // `workers` threads are started by begin() and stopped by end(); with 0,
-  // or when no thread can be started, every take() returns null.
-  explicit ParallelPrefetch(unsigned workers, PrefetchLimits limits = PrefetchLimits{});
+  // `workers` threads are started by begin() and stopped by end(). With 0,
+  // or when no thread can be started, take() deflates the file itself with
+  // Whole, and returns null with Zlib. `largestFile` must stay within
+  // WholeEntryBudget with Whole.
+  explicit ParallelPrefetch(unsigned workers, PrefetchLimits limits = PrefetchLimits{},
+                            PrefetchDeflater deflater = PrefetchDeflater::Zlib);
   ~ParallelPrefetch() override;  // ends a run still going
   ParallelPrefetch(const ParallelPrefetch&) = delete;
   ParallelPrefetch& operator=(const ParallelPrefetch&) = delete;
@@ -53,6 +68,14 @@ class ParallelPrefetch : public EntryPrefetch {
 
  private:
   enum class SlotState { Free, Opening, WaitingMemory, Working, Done, Failed, Cancelled };
+  // What one thread keeps from file to file.
+  struct Tools {
+    DeflateStream stream;
+    WholeDeflater whole;
+    std::unique_ptr<unsigned char[]> readBuffer;  // zlib's pieces
+    WholeBuffer input;                            // a whole file, for libdeflate
+    WholeBuffer output;                           // the calling thread's own output
+  };
   struct Slot {
     size_t index = 0;
     SlotState state = SlotState::Free;
@@ -62,6 +85,11 @@ class ParallelPrefetch : public EntryPrefetch {
     PrefetchedEntry entry;
   };
   void work();
+  bool sizeJob(Tools& tools, uint64_t fileSize, uint64_t& capacity);
+  bool runJob(Tools& tools, int fd, uint64_t fileSize, unsigned char* out, uint64_t capacity,
+              PrefetchedEntry& entry);
+  const PrefetchedEntry* takeReady(size_t index, const struct stat& seen);
+  const PrefetchedEntry* prepareHere(size_t index, const struct stat& seen);
   bool claim(std::unique_lock<std::mutex>& lock, size_t& index);
   bool claimable() const;
   bool reserve(std::unique_lock<std::mutex>& lock, Slot& slot, uint64_t capacity);
@@ -73,6 +101,9 @@ class ParallelPrefetch : public EntryPrefetch {
 
   const unsigned workerCount_;
   const PrefetchLimits limits_;
+  const PrefetchDeflater deflater_;
+  Tools here_;                 // the calling thread's, for take()
+  PrefetchedEntry hereEntry_;  // what take() made itself
   std::vector<std::string> sources_;
   int level_ = 0;
   std::vector<Slot> slots_;

@@ -1,6 +1,7 @@
-// zef extract's parallel engine under the driver: what lands on disk, the
-// messages and the result must be those of the driver alone; after a
-// failure, files later in the archive may be there as well.
+// zef extract's engine under the driver, inflating with zlib or libdeflate,
+// on workers or on the calling thread: what lands on disk, the messages and
+// the result must be those of the driver alone; after a failure, files later
+// in the archive may be there as well.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -56,15 +57,30 @@ class ParallelExtraction : public testing::TempDirTest {
 
   bool withTimes_ = true;  // off where a failed file keeps the time it was written at
 
-  // Extracts alone, then with two workers, into "out" both times (the first
-  // tree moves to "alone"), so that paths in messages and trees agree.
-  std::pair<Extracted, Extracted> bothWays(const std::vector<HandEntry>& entries) const {
+  struct Kind {
+    unsigned workers;
+    ExtractInflater inflater;
+  };
+  static constexpr Kind Kinds[] = {
+      {2, ExtractInflater::Zlib},
+      {2, ExtractInflater::Whole},
+      {0, ExtractInflater::Whole},  // the calling thread writes each file as it is handed
+  };
+
+  // Extracts alone, then with the engine `kind`, into "out" both times (the
+  // first tree moves to "alone"), so that paths in messages and trees agree.
+  std::pair<Extracted, Extracted> bothWays(const std::vector<HandEntry>& entries, const Kind& kind) const {
     const Extracted alone = extract(entries, nullptr);
     fs::rename("out", "alone");
-    ParallelExtract engine(2, "in.zef");
+    ParallelExtract engine(kind.workers, "in.zef", kind.inflater);
     return {alone, extract(entries, &engine)};
   }
 };
+
+std::string describe(const std::string& why, unsigned workers, ExtractInflater inflater) {
+  return why + (inflater == ExtractInflater::Whole ? " (libdeflate, " : " (zlib, ") + std::to_string(workers) +
+         " workers)";
+}
 
 TEST_F(ParallelExtraction, TreeIsTheOneTheDriverMakesAlone) {
   std::vector<HandEntry> tree{directory("app/"), directory("app/empty/")};
@@ -86,13 +102,16 @@ TEST_F(ParallelExtraction, TreeIsTheOneTheDriverMakesAlone) {
       {{file("a/b", "inside"), file("a", "where a directory is")}, "a directory in the way of a later file"},
       {{file("p/x", "x"), directory("p/x/"), file("p/y", "y")}, "a directory entry where a file was handed over"},
   };
-  for (const auto& row : rows) {
-    const auto [alone, parallel] = bothWays(row.entries);
-    EXPECT_EQ(parallel.status, alone.status) << row.why;
-    EXPECT_EQ(parallel.messages, alone.messages) << row.why;
-    EXPECT_EQ(firstDifference(parallel.tree, alone.tree), "") << row.why;
-    fs::remove_all("alone");
-    fs::remove_all("out");
+  for (const Kind& kind : Kinds) {
+    for (const auto& row : rows) {
+      const std::string why = describe(row.why, kind.workers, kind.inflater);
+      const auto [alone, parallel] = bothWays(row.entries, kind);
+      EXPECT_EQ(parallel.status, alone.status) << why;
+      EXPECT_EQ(parallel.messages, alone.messages) << why;
+      EXPECT_EQ(firstDifference(parallel.tree, alone.tree), "") << why;
+      fs::remove_all("alone");
+      fs::remove_all("out");
+    }
   }
 }
 
@@ -107,6 +126,10 @@ TEST_F(ParallelExtraction, FirstFailureInArchiveOrderIsTheOneReported) {
   HandEntry badData = file("f/bad-data", "deflate data that does not inflate");
   badData.data = std::string(8, '\xff');  // block type 3, which deflate never writes
   badData.compressedSize = badData.data.size();
+  HandEntry runsLong = file("f/runs-long", testing::sampleText(5000));
+  runsLong.uncompressedSize -= 1;
+  HandEntry endsEarly = file("f/ends-early", testing::sampleText(5000));
+  endsEarly.uncompressedSize += 1;
   const struct {
     size_t at;
     HandEntry broken;
@@ -115,26 +138,31 @@ TEST_F(ParallelExtraction, FirstFailureInArchiveOrderIsTheOneReported) {
       {0, badCrc, "a CRC that does not match in the very first file"},
       {39, badCrc, "after every other file was handed over"},
       {20, badData, "data that does not inflate"},
+      {5, runsLong, "data that inflates past its declared size"},
+      {5, endsEarly, "data that ends before its declared size"},
   };
-  for (const auto& row : rows) {
-    std::vector<HandEntry> broken = entries;
-    broken.insert(broken.begin() + static_cast<long>(row.at), row.broken);
-    broken.push_back(file("f/later", "also fails: only the first failure counts"));
-    broken.back().crc ^= 1;
-    const auto [alone, parallel] = bothWays(broken);
-    EXPECT_NE(alone.status, 0) << row.why;
-    EXPECT_EQ(parallel.status, alone.status) << row.why;
-    EXPECT_EQ(parallel.messages, alone.messages) << row.why;
-    for (const std::string& line : alone.tree) {
-      EXPECT_NE(std::find(parallel.tree.begin(), parallel.tree.end(), line), parallel.tree.end())
-          << row.why << ": " << line.substr(0, 40);
+  for (const Kind& kind : Kinds) {
+    for (const auto& row : rows) {
+      const std::string why = describe(row.why, kind.workers, kind.inflater);
+      std::vector<HandEntry> broken = entries;
+      broken.insert(broken.begin() + static_cast<long>(row.at), row.broken);
+      broken.push_back(file("f/later", "also fails: only the first failure counts"));
+      broken.back().crc ^= 1;
+      const auto [alone, parallel] = bothWays(broken, kind);
+      EXPECT_NE(alone.status, 0) << why;
+      EXPECT_EQ(parallel.status, alone.status) << why;
+      EXPECT_EQ(parallel.messages, alone.messages) << why;
+      for (const std::string& line : alone.tree) {
+        EXPECT_NE(std::find(parallel.tree.begin(), parallel.tree.end(), line), parallel.tree.end())
+            << why << ": " << line.substr(0, 40);
+      }
+      fs::remove_all("alone");
+      fs::remove_all("out");
     }
-    fs::remove_all("alone");
-    fs::remove_all("out");
   }
 }
 
-TEST_F(ParallelExtraction, WithoutWorkersTheDriverDoesEverything) {
+TEST_F(ParallelExtraction, WithoutWorkersZlibLeavesEverythingToTheDriver) {
   const std::vector<HandEntry> entries{file("a/b", "content")};
   ParallelExtract engine(0, "in.zef");
   const Extracted extracted = extract(entries, &engine);

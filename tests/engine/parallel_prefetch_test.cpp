@@ -1,6 +1,8 @@
-// zef create's parallel engine: an archive made with workers must be the one
-// the run makes alone, byte for byte, with the same messages and result,
-// whatever the level, the number of workers or the memory cap.
+// zef create's engine: with zlib, an archive made with workers must be the
+// one the run makes alone, byte for byte, with the same messages and result,
+// whatever the level, the number of workers or the memory cap; with
+// libdeflate, the archive must not depend on the workers either, and the
+// messages and result are still the run's own.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -90,9 +92,26 @@ class ParallelCreation : public testing::TempDirTest {
     EXPECT_EQ(parallel.bytes.size(), alone.bytes.size()) << why;
     EXPECT_TRUE(parallel.bytes == alone.bytes) << why;
   }
+
+  // Deflates with libdeflate on `workers` and on the calling thread alone;
+  // expects the same archive, messages and result.
+  void expectWholeAsOnTheCallingThread(const ZEFEntryMap& inputs, int level, unsigned workers,
+                                       PrefetchLimits limits, const std::string& why) {
+    ParallelPrefetch alone(0, limits, PrefetchDeflater::Whole);
+    const RunResult here = create(inputs, level, &alone, "here.zef");
+    ParallelPrefetch prefetch(workers, limits, PrefetchDeflater::Whole);
+    const RunResult parallel = create(inputs, level, &prefetch, "parallel.zef");
+    EXPECT_EQ(parallel.status, 0) << why;
+    EXPECT_EQ(parallel.messages, here.messages) << why;
+    EXPECT_TRUE(parallel.bytes == here.bytes) << why;
+    EXPECT_LE(prefetch.peakHeld(), limits.inFlightCap) << why;
+  }
 };
 
-TEST_F(ParallelCreation, ArchiveIsTheOneTheRunMakesAlone) {
+// With zlib, the run's own archive; with libdeflate, whether a worker has an
+// input ready or the calling thread deflates it itself, libdeflate's bytes
+// at the run's level.
+TEST_F(ParallelCreation, ArchiveDoesNotDependOnTheWorkers) {
   const ZEFEntryMap inputs = makeTree();
   const struct {
     int level;
@@ -110,6 +129,7 @@ TEST_F(ParallelCreation, ArchiveIsTheOneTheRunMakesAlone) {
     ParallelPrefetch prefetch(row.workers, row.limits);
     expectSameAsAlone(inputs, row.level, prefetch, row.why);
     EXPECT_LE(prefetch.peakHeld(), row.limits.inFlightCap) << row.why;
+    expectWholeAsOnTheCallingThread(inputs, row.level, row.workers, row.limits, row.why);
   }
 }
 
@@ -118,9 +138,15 @@ TEST_F(ParallelCreation, FirstFailureInArchiveOrderIsTheOneReported) {
   ZEFEntryMap inputs = makeTree();
   writeFile("tree/small/f050-empty", "");
   inputs["tree/small/f050-empty"] = ZEFEntryRecord();
-  ParallelPrefetch prefetch(2);
-  expectSameAsAlone(inputs, 6, prefetch, "an empty file in the middle");
-  EXPECT_EQ(testing::entryNames(readFile("parallel.zef")).back(), "tree/small/f050-empty");
+  for (const PrefetchDeflater deflater : {PrefetchDeflater::Zlib, PrefetchDeflater::Whole}) {
+    ParallelPrefetch prefetch(2, PrefetchLimits{}, deflater);
+    const RunResult alone = create(inputs, 6, nullptr, "alone.zef");
+    const RunResult parallel = create(inputs, 6, &prefetch, "parallel.zef");
+    EXPECT_NE(alone.status, 0);
+    EXPECT_EQ(parallel.status, alone.status);
+    EXPECT_EQ(parallel.messages, alone.messages);
+    EXPECT_EQ(testing::entryNames(parallel.bytes).back(), "tree/small/f050-empty");
+  }
 }
 
 TEST_F(ParallelCreation, WriteFailuresGiveTheSameMessages) {
@@ -134,14 +160,50 @@ TEST_F(ParallelCreation, WriteFailuresGiveTheSameMessages) {
     writeFile("data", testing::sampleText(size));
     const ZEFEntryMap inputs{{"data", ZEFEntryRecord()}};
     const RunResult alone = create(inputs, 6, nullptr, "full.zef", false);
-    ParallelPrefetch prefetch(2);
-    const RunResult parallel = create(inputs, 6, &prefetch, "full.zef", false);
-    EXPECT_EQ(parallel.status, alone.status) << why;
-    EXPECT_EQ(parallel.messages, alone.messages) << why;
+    for (const PrefetchDeflater deflater : {PrefetchDeflater::Zlib, PrefetchDeflater::Whole}) {
+      ParallelPrefetch prefetch(2, PrefetchLimits{}, deflater);
+      const RunResult parallel = create(inputs, 6, &prefetch, "full.zef", false);
+      EXPECT_EQ(parallel.status, alone.status) << why;
+      EXPECT_EQ(parallel.messages, alone.messages) << why;
+    }
   }
 }
 
-class Prefetch : public testing::TempDirTest {};
+class Prefetch : public testing::TempDirTest {
+ protected:
+  // A prefetch of each kind: zlib on a worker, libdeflate on a worker and
+  // on the calling thread.
+  struct Kind {
+    unsigned workers;
+    PrefetchDeflater deflater;
+    const char* why;
+  };
+  static constexpr Kind Kinds[] = {
+      {1, PrefetchDeflater::Zlib, "zlib on a worker"},
+      {2, PrefetchDeflater::Whole, "libdeflate on workers"},
+      {0, PrefetchDeflater::Whole, "libdeflate on the calling thread"},
+  };
+};
+
+TEST_F(Prefetch, DeliversDeflatedBytesWithTheirCrcAndSize) {
+  const std::string content = testing::sampleText(100000);
+  writeFile("a", content);
+  for (const Kind& kind : Kinds) {
+    ParallelPrefetch prefetch(kind.workers, PrefetchLimits{}, kind.deflater);
+    prefetch.begin({"a"}, 6);
+    prefetch.settle();
+    const PrefetchedEntry* entry = prefetch.take(0, statOf("a"));
+    ASSERT_NE(entry, nullptr) << kind.why;
+    EXPECT_EQ(entry->uncompressedSize, content.size()) << kind.why;
+    EXPECT_EQ(entry->crc, testing::crcOf(content)) << kind.why;
+    EXPECT_TRUE(entry->text) << kind.why;
+    testing::HandEntry deflated = testing::deflatedEntry("a", "");
+    deflated.data.assign(reinterpret_cast<const char*>(entry->data), entry->size);
+    deflated.uncompressedSize = content.size();
+    EXPECT_TRUE(testing::entryContent(deflated) == content) << kind.why;
+    prefetch.end();
+  }
+}
 
 TEST_F(Prefetch, InputsItMustNotTakeAreLeftToTheRun) {
   writeFile("file", "content");
@@ -166,16 +228,18 @@ TEST_F(Prefetch, InputsItMustNotTakeAreLeftToTheRun) {
   };
   std::vector<std::string> sources;
   for (const auto& row : rows) sources.push_back(row.source);
-  ParallelPrefetch prefetch(2, PrefetchLimits{DefaultInFlightCap, 4096});
-  prefetch.begin(sources, 6);
-  prefetch.settle();
-  for (size_t i = 0; i < sources.size(); ++i) {
-    EXPECT_EQ(prefetch.take(i, statOf(rows[i].seen)), nullptr) << rows[i].why;
+  for (const Kind& kind : Kinds) {
+    ParallelPrefetch prefetch(kind.workers, PrefetchLimits{DefaultInFlightCap, 4096}, kind.deflater);
+    prefetch.begin(sources, 6);
+    prefetch.settle();
+    for (size_t i = 0; i < sources.size(); ++i) {
+      EXPECT_EQ(prefetch.take(i, statOf(rows[i].seen)), nullptr) << kind.why << ": " << rows[i].why;
+    }
+    prefetch.end();
   }
-  prefetch.end();
 }
 
-TEST_F(Prefetch, WithoutWorkersNothingIsPrepared) {
+TEST_F(Prefetch, WithoutWorkersZlibPreparesNothing) {
   writeFile("a", "alpha");
   ParallelPrefetch prefetch(0);
   prefetch.begin({"a"}, 6);

@@ -39,6 +39,7 @@ struct CreateOptions {
   int level = 6;
   unsigned jobs = defaultJobs();
   bool keep = false;
+  bool zlib = false;  // the library's compressor throughout
   Verbosity verbosity;
   uint32_t dosDate = 0;  // every entry's time when not 0
   std::string archive;
@@ -64,6 +65,8 @@ int takeOption(const std::vector<std::string>& args, size_t& i, CreateOptions& o
     options.level = arg[1] - '0';
   } else if (arg == "--keep") {
     options.keep = true;
+  } else if (arg == "--zlib") {
+    options.zlib = true;
   } else if (!takeVerbosity(arg, options.verbosity)) {
     bool taken = false;
     const int status = takeValued(
@@ -169,15 +172,18 @@ std::string writeFailureCause(const std::string& source, const ArchivePath& arch
 
 bool writeArchive(const CreateOptions& options, const ArchivePath& archive, const AtomicOutput& output,
                   ZEFEntryMap& inputs, CreationFeedback& observer) {
-  // The writer getZipWriter() makes, with zef's hooks and engine beside the run; -j 1 starts no thread.
+  // The writer getZipWriter() makes, with zef's hooks and engine beside the run; -j 1 starts no
+  // thread, and with --zlib no engine either: the run then writes what a host's run writes.
   kxzef::ZipDriver writer;
   const kxzef::CreationHooks hooks{&observer, options.dosDate};
   writer.hooks = &hooks;
   writer.setCompressionLevel(options.level);
   writer.setOverwrite(true);  // the temporary file is already there, and ours
   std::unique_ptr<kxzef::ParallelPrefetch> engine;
-  if (options.jobs > 1) {
-    engine = std::make_unique<kxzef::ParallelPrefetch>(options.jobs);
+  if (options.jobs > 1 || !options.zlib) {
+    const auto deflater = options.zlib ? kxzef::PrefetchDeflater::Zlib : kxzef::PrefetchDeflater::Whole;
+    engine = std::make_unique<kxzef::ParallelPrefetch>(options.jobs > 1 ? options.jobs : 0, kxzef::PrefetchLimits{},
+                                                       deflater);
     writer.prefetch = engine.get();
   }
   CreationContext context;

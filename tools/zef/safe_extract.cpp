@@ -360,13 +360,15 @@ int Extraction::extractSelected(ZEFArchReader& reader) {
 }
 
 int Extraction::extractStaged() {
-  // The reader getZipReader() makes, with zef's engine beside it when files
-  // are extracted on threads.
+  // The reader getZipReader() makes, with zef's engine beside it, which
+  // inflates files with libdeflate, on threads with -j or here with -j 1.
+  // Flat names and entries picked one by one are the library's alone.
   std::unique_ptr<kxzef::UnzipDriver> reader(new (std::nothrow) kxzef::UnzipDriver());
   if (!reader) return fail(std::string("cannot make a reader: ") + std::strerror(ENOMEM));
   std::unique_ptr<kxzef::ParallelExtract> engine;
-  if (request_.jobs > 1 && !request_.flat && !oneByOne_) {
-    engine = std::make_unique<kxzef::ParallelExtract>(request_.jobs, archive_.path());
+  if (!request_.flat && !oneByOne_) {
+    const unsigned workers = request_.jobs > 1 ? request_.jobs : 0;
+    engine = std::make_unique<kxzef::ParallelExtract>(workers, archive_.path(), kxzef::ExtractInflater::Whole);
     reader->dispatch = engine.get();
   }
   // The staging directory is new: nothing in it to ask about.
