@@ -131,7 +131,7 @@ def peers(zef, jobs, zlib):
                       lambda a, t, j=j, extra=extra: [zef, "create", *extra, *j, f"-{LEVEL}", a, t],
                       lambda a, d, j=j: [zef, "extract", *j, a, "-d", d],
                       lambda a: [zef, "list", a],
-                      lambda a: [zef, "test", a]))
+                      lambda a, j=j: [zef, "test", *j, a]))
     if have("zip") and have("unzip"):
         tools.append(("zip/unzip", ".zip",
                       lambda a, t: ["zip", "-q", "-r", "-y", f"-{LEVEL}", a, t],
