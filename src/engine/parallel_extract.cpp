@@ -45,9 +45,19 @@ int createTarget(const std::string& target) {
   return open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NewFileMode);
 }
 
-// The current entry's data into `target`, created or truncated.
-bool inflateInto(UnzipArchive& core, const std::string& target, unsigned char* buffer) {
-  const int fd = createTarget(target);
+// The time and mode the driver gives a file by its name, given here through
+// the open file, which spares the kernel two lookups of the path. A time
+// that cannot be set is passed over, as the driver passes it over.
+bool finishTarget(int fd, const FileJob& job) {
+  const auto seconds = static_cast<time_t>(localTimeSeconds(job.modified));
+  const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+  futimens(fd, times);
+  return fchmod(fd, static_cast<mode_t>(job.mode)) == 0;
+}
+
+// The current entry's data into the job's target, created or truncated.
+bool inflateInto(UnzipArchive& core, const FileJob& job, unsigned char* buffer) {
+  const int fd = createTarget(job.target);
   if (fd < 0) return false;
   bool ok = true;
   for (;;) {
@@ -61,6 +71,7 @@ bool inflateInto(UnzipArchive& core, const std::string& target, unsigned char* b
       break;
     }
   }
+  ok = ok && finishTarget(fd, job);
   return close(fd) == 0 && ok;
 }
 
@@ -103,7 +114,7 @@ bool ParallelExtract::writeWhole(Tools& tools, const FileJob& job) {
   }
   const int fd = createTarget(job.target);
   if (fd < 0) return false;
-  const bool written = writeAll(fd, out, size);
+  const bool written = writeAll(fd, out, size) && finishTarget(fd, job);
   return close(fd) == 0 && written;
 }
 
@@ -123,11 +134,9 @@ bool ParallelExtract::writeFile(Tools& tools, const FileJob& job) const {
   if (inflater_ == ExtractInflater::Whole && inflatedWhole(info)) {
     if (!writeWhole(tools, job)) return false;
   } else if (core.openCurrentEntry(nullptr, nullptr, 0) != StatusOk ||
-             !inflateInto(core, job.target, tools.buffer.get())) {
+             !inflateInto(core, job, tools.buffer.get())) {
     return false;
   }
-  setFileTime(job.target.c_str(), job.dosDate, job.modified);
-  if (chmod(job.target.c_str(), static_cast<mode_t>(job.mode)) != 0) return false;
   return core.closeCurrentEntry() == StatusOk;
 }
 

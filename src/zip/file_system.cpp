@@ -63,6 +63,12 @@ int getFileTime(const char* path, ZipTime& time) {
 }
 
 void setFileTime(const char* path, uint32_t /*dosDate*/, ZipTime time) {
+  const auto seconds = static_cast<time_t>(localTimeSeconds(time));
+  const utimbuf times{seconds, seconds};
+  utime(path, &times);
+}
+
+int64_t localTimeSeconds(ZipTime time) {
   std::tm local{};
   local.tm_sec = static_cast<int>(time.second);
   local.tm_min = static_cast<int>(time.minute);
@@ -71,9 +77,7 @@ void setFileTime(const char* path, uint32_t /*dosDate*/, ZipTime time) {
   local.tm_mon = static_cast<int>(time.month);
   local.tm_year = static_cast<int>(time.year > 1900 ? time.year - 1900 : time.year);
   local.tm_isdst = -1;
-  const time_t seconds = std::mktime(&local);
-  const utimbuf times{seconds, seconds};
-  utime(path, &times);
+  return static_cast<int64_t>(std::mktime(&local));
 }
 
 int makeOneDir(const char* path) {

@@ -31,6 +31,9 @@ ZipTime localFileTime(int64_t seconds);
 // time comes from `time` alone.
 void setFileTime(const char* path, uint32_t dosDate, ZipTime time);
 
+// The seconds since the epoch that setFileTime gives a file for `time`.
+int64_t localTimeSeconds(ZipTime time);
+
 // Creates one directory (mode 0775 less the umask) unless something of that
 // name exists already. 0 on success or when it exists, -1 with errno set.
 int makeOneDir(const char* path);
