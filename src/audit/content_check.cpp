@@ -17,6 +17,7 @@
 #include "whole/whole_buffer.h"
 #include "whole/whole_inflate.h"
 #include "zip/unzip_archive.h"
+#include "zip/zlib_stream.h"
 
 namespace kxzef {
 
@@ -30,23 +31,6 @@ constexpr char EndsEarly[] = "ends before its declared size";
 constexpr char RunsLong[] = "inflates past its declared size";
 constexpr char BadCrc[] = "failed its CRC check";
 constexpr char BadStream[] = "has damaged compressed data";
-
-// One raw inflate stream for every entry, reset between them.
-class Inflater {
- public:
-  Inflater() { ready_ = inflateInit2(&stream_, RawWindowBits) == Z_OK; }
-  ~Inflater() {
-    if (ready_) inflateEnd(&stream_);
-  }
-  Inflater(const Inflater&) = delete;
-  Inflater& operator=(const Inflater&) = delete;
-  bool ready() const { return ready_; }
-  z_stream& stream() { return stream_; }
-
- private:
-  z_stream stream_{};
-  bool ready_ = false;
-};
 
 // The archive's bytes come through a window, so that the data of many small
 // entries is read at once; what comes out goes to one buffer.
@@ -172,7 +156,7 @@ bool checkWhole(const AuditEntry& entry, Buffers& buffers, WholeTools& whole, co
 }
 
 // The cause of the entry's failure, or nullptr when it checks out.
-const char* checkEntry(const AuditEntry& entry, Buffers& buffers, Inflater& inflater, WholeTools& whole) {
+const char* checkEntry(const AuditEntry& entry, Buffers& buffers, InflateStream& inflater, WholeTools& whole) {
   if (const char* cause = nullptr; entry.method == MethodDeflated && checkWhole(entry, buffers, whole, cause)) {
     return cause;
   }
@@ -180,8 +164,8 @@ const char* checkEntry(const AuditEntry& entry, Buffers& buffers, Inflater& infl
   if (entry.method == MethodStored) {
     produced = readStored(entry, buffers);
   } else {
-    inflateReset(&inflater.stream());
-    produced = readDeflated(entry, buffers, inflater.stream());
+    inflater.start();  // a reset: the stream was set up before the first entry
+    produced = readDeflated(entry, buffers, inflater.get());
   }
   if (produced.failure != nullptr) return produced.failure;
   if (produced.size < entry.uncompressedSize) return EndsEarly;
@@ -211,9 +195,9 @@ int testEntries(const char* path, const AuditReport& report, size_t first, size_
   uint64_t largestEntry = 0;
   for (size_t i = first; i < last; ++i) largestEntry = std::max(largestEntry, report.entries[i].uncompressedSize);
   Buffers buffers(file, std::min<uint64_t>(largestEntry, OutputBufferSize));
-  Inflater inflater;
+  InflateStream inflater;
   WholeTools whole;
-  if (!buffers.valid() || !inflater.ready()) {
+  if (!buffers.valid() || inflater.start() != Z_OK) {
     errno = ENOMEM;
     return AuditCannotOpen;
   }
