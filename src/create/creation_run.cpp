@@ -86,7 +86,7 @@ class CreationRun {
   int writeInputData(const std::string& key);
   int finish(int result, bool closeWhenDone);
   void beginPrefetch();
-  const PrefetchedEntry* takePrefetched(const std::string& source, const struct stat& first);
+  const PrefetchedEntry* takePrefetched(const struct stat& first);
   int writePrefetched(const PrefetchedEntry& entry, const std::string& key);
 
   const CreationTarget& target_;
@@ -97,6 +97,7 @@ class CreationRun {
   ZEFEntryMap extra_;    // files that links point to, queued by the duplicate check
   std::string source_;   // the current input; the context borrows it
   bool plainFile_ = false;               // the current input has a reader without transform
+  ZEFTransform* transform_ = nullptr;    // the rule the current input matches, if any
   size_t inputIndex_ = NotPrefetched;    // the current input's place in the inputs
   const PrefetchedEntry* ready_ = nullptr;  // the current input's finished data, if the prefetch has it
 };
@@ -147,6 +148,7 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
                            int& result) {
   const ZEFEntryRecord record = entry;  // the caller's map stays untouched
   source_ = withForwardSlashes(key);
+  transform_ = context_.transformRules != nullptr ? findTransform(context_.transformRules, source_.c_str()) : nullptr;
   std::string dest = withForwardSlashes(record.destination);
   // One stat serves the entry's time and the type check below; the path is
   // looked up again only where that could give a different answer.
@@ -215,7 +217,7 @@ ZipEntryInfo CreationRun::fileInformation(const std::string& source, const struc
     getFileTime(source.c_str(), info.modified);
   }
   // A transformed file carries the time it was archived, not its own.
-  if (context_.transformRules != nullptr && findTransform(context_.transformRules, source.c_str()) != nullptr) {
+  if (transform_ != nullptr) {
     info.modified = currentLocalTime();
     info.dosDate = dosDateFromTime(info.modified);
   }
@@ -249,7 +251,7 @@ int CreationRun::openInput(const std::string& source, const struct stat& first, 
     return StatusOk;
   }
   // Data the prefetch finished needs no stream: its worker read the same file.
-  if ((ready_ = takePrefetched(source, first)) != nullptr) return StatusOk;
+  if ((ready_ = takePrefetched(first)) != nullptr) return StatusOk;
   context_.currentStream = new std::ifstream(source, std::ios::in | std::ios::binary);
   if (!context_.currentStream->is_open()) {
     // Kept: hosts see this line on standard error itself, past the channels, before the catalogue report.
@@ -277,10 +279,8 @@ int CreationRun::chooseReader(const std::string& source) {
   } else if (context_.isLink) {
     context_.currentReader = new ZEFSymbolicLinkReader(source);
   } else if (stream != nullptr && stream->is_open() && stream->good()) {
-    ZEFTransform* transform =
-        context_.transformRules != nullptr ? findTransform(context_.transformRules, source.c_str()) : nullptr;
-    if (transform != nullptr) {
-      context_.currentReader = new ZEFFileReaderWithTransform(stream, transform);
+    if (transform_ != nullptr) {
+      context_.currentReader = new ZEFFileReaderWithTransform(stream, transform_);
     } else {
       context_.currentReader = new ZEFFileReaderWithoutTransform(stream);
       plainFile_ = true;
@@ -323,11 +323,9 @@ void CreationRun::beginPrefetch() {
 }
 
 // Only a plain file is ever asked about: a transformed one is left to its reader.
-const PrefetchedEntry* CreationRun::takePrefetched(const std::string& source, const struct stat& first) {
+const PrefetchedEntry* CreationRun::takePrefetched(const struct stat& first) {
   if (target_.prefetch == nullptr || inputIndex_ == NotPrefetched) return nullptr;
-  if (context_.transformRules != nullptr && findTransform(context_.transformRules, source.c_str()) != nullptr) {
-    return nullptr;
-  }
+  if (transform_ != nullptr) return nullptr;
   return target_.prefetch->take(inputIndex_, first);
 }
 
