@@ -276,7 +276,6 @@ TEST_F(ZefExtractSafety, ReadCommandsReportEveryProblemWithExitOne) {
   HandEntry crc = storedEntry("b.bin", "checked data");
   crc.crc ^= 1;
   writeFile("crc.zef", buildArchive({crc}));
-  writeFile("fewer.zef", countingFewer());
   writeFile("up.zef", buildArchive({storedEntry("../x", "up"), storedEntry("big", std::string(2048, 'x'))}));
   const struct {
     const char* arguments;
@@ -289,7 +288,6 @@ TEST_F(ZefExtractSafety, ReadCommandsReportEveryProblemWithExitOne) {
       {"check up.zef --max-size=1K", 1,
        "the archive declares 2050 bytes in all, more than the limit of 1024\n'../x' contains a '..' component\n",
        "zef: up.zef: 2 findings in 2 entries\n"},
-      {"check --max-size=1Q fewer.zef", 2, "", "zef: --max-size needs a number of bytes, not '--max-size=1Q'\n"},
       {"extract fifo -d dest", 1, "", "zef: fifo: is not a regular file\n"},  // refused, not waited on
   };
   ASSERT_EQ(mkfifo("fifo", 0600), 0);

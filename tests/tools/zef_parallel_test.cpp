@@ -24,14 +24,6 @@ using kxzef::testing::runCommand;
 using kxzef::testing::ToolRun;
 using kxzef::testing::treeSnapshot;
 
-// `text` with every `from` replaced by `to`.
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
-    text.replace(at, from.size(), to);
-  }
-  return text;
-}
-
 // `text` with the random part of each temporary name as "XXXXXX".
 std::string masked(std::string text) {
   constexpr size_t RandomPart = 6;
@@ -131,14 +123,14 @@ TEST_F(ZefParallel, ExtractFailsTheSameWayOnAnyNumberOfThreads) {
   ASSERT_NE(marker, std::string::npos);
   bytes[marker] = 'm';
   writeFile("in.zef", bytes);
-  const ToolRun single = zef("extract -j 1 in.zef -d one");
-  const ToolRun parallel = zef("extract -j 2 in.zef -d two");
+  const ToolRun single = zef("extract -j 1 in.zef -d out");
+  EXPECT_FALSE(fs::exists("out"));
+  const ToolRun parallel = zef("extract -j 2 in.zef -d out");
+  EXPECT_FALSE(fs::exists("out"));
   EXPECT_EQ(single.status, 1);
   EXPECT_EQ(parallel.status, single.status);
   EXPECT_NE(single.err.find("'app/d3/marked' failed its CRC check"), std::string::npos) << single.err;
-  EXPECT_EQ(parallel.err, replaced(single.err, "'one'", "'two'"));
-  EXPECT_FALSE(fs::exists("one"));
-  EXPECT_FALSE(fs::exists("two"));
+  EXPECT_EQ(parallel.err, single.err);
 }
 
 }  // namespace

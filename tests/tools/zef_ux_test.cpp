@@ -1,13 +1,11 @@
-// zef for people: the listing's formats, selection by pattern, clean names,
-// reproducible times, per-entry lines, the progress line and the overwrite
+// zef for people: commands and exit statuses, the listing, selection by
+// pattern, clean names, reproducible times, per-entry lines and the overwrite
 // question, each judged from zef's output and the disk.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "support/temp_dir.h"
 #include "support/zef_run.h"
@@ -17,7 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using kxzef::testing::buildArchive;
-using kxzef::testing::crcOf;
 using kxzef::testing::HandEntry;
 using kxzef::testing::runCommand;
 using kxzef::testing::storedEntry;
@@ -34,10 +31,38 @@ std::string tree(const std::string& directory) {
   return ZefForPeople::readFile("tree.txt");
 }
 
-std::string hex(uint32_t crc) {
-  char text[9];
-  std::snprintf(text, sizeof text, "%08x", crc);
-  return text;
+// Answers reach standard output with status 0; failures reach standard error with status 1.
+TEST_F(ZefForPeople, EachCommandAnswersOnItsStreamWithItsStatus) {
+  const struct {
+    const char* arguments;
+    int status;
+    const char* text;
+  } rows[] = {
+      {"--help", 0, "Commands:"},
+      {"--version", 0, "zef (kxzefarchiver) 1."},
+      {"canon a/b/../c a//b /x/../y", 0, "a/c\na//b\n/y\n"},
+      {"list missing.zef", 1, "zef: missing.zef: no such file (nor 'missing.zef.zef')\n"},
+      {"list --raw missing.zef", 1, "The ZEF archive 'missing.zef.zef' does not exist!"},
+      {"canon ../up", 1, "Cannot canonicalize\n '../up'\n because it begins with ../."},
+  };
+  for (const auto& row : rows) {
+    const ToolRun run = zef(row.arguments);
+    EXPECT_EQ(run.status, row.status) << row.arguments;
+    EXPECT_EQ(row.status == 0 ? run.err : run.out, "") << row.arguments;
+    EXPECT_NE((row.status == 0 ? run.out : run.err).find(row.text), std::string::npos) << row.arguments;
+  }
+}
+
+TEST_F(ZefForPeople, UsageMistakesExitTwoWithAOneLineHint) {
+  for (const char* arguments : {"", "frobnicate", "--frob", "create out.zef", "create -j 0 out.zef f",
+                                "create --mtime 2024-02-30 out.zef f", "list -1 --json a", "extract a.zef -d",
+                                "extract --overwrite=sometimes a.zef", "extract --ask --replace a.zef", "canon -v a/b"}) {
+    const ToolRun run = zef(arguments);
+    EXPECT_EQ(run.status, 2) << arguments;
+    EXPECT_EQ(run.out, "") << arguments;
+    EXPECT_TRUE(run.err.rfind("zef: ", 0) == 0 && run.err.find("\nTry 'zef ") != std::string::npos)
+        << arguments << ": " << run.err;
+  }
 }
 
 class ZefAppArchive : public ZefForPeople {
@@ -79,70 +104,14 @@ TEST_F(ZefAppArchive, ListingFitsEightyColumnsWithTotals) {
   EXPECT_EQ(run.err, "");
 }
 
-TEST_F(ZefAppArchive, VerboseListingAddsPackingColumns) {
-  ASSERT_EQ(zef("create -0 --mtime 2024-05-06 one.zef app/etc/app.conf").status, 0);
-  const ToolRun run = zef("list -v one.zef");
-  EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(run.out,
-            "Size  Method  Stored  Saved  Date       Time   CRC-32    Name\n"
-            "----  ------  ------  -----  ---------- -----  --------  ----\n"
-            "  11  Stored      11     0%  2024-05-06 00:00  " + hex(crcOf("speed=fast\n")) + "  app/etc/app.conf\n"
-            "----          ------  -----                              -------\n"
-            "  11              11     0%                              1 entry\n");
-  EXPECT_EQ(zef("list -1 app.zef").out.substr(0, 27), "app/\napp/bin/\napp/bin/conf\n");
-}
-
-// Python's zipfile reads the same link-free archive independently.
-TEST_F(ZefForPeople, JsonListingAgreesWithPythonZipfile) {
-  if (!kxzef::testing::haveProgram("python3")) GTEST_SKIP() << "python3 is not installed";
-  writeFile("in/run", "#!/bin/sh\n", 0750);
-  writeFile("in/caf\xc3\xa9.txt", "UTF-8 name");
-  writeFile("in/latin\xe9.txt", "a Latin-1 byte, no UTF-8");
-  writeFile("in/quote\"mark", std::string(3000, 'q'));
-  ASSERT_EQ(zef("create --mtime 2023-01-02T03:04:06 in.zef in").status, 0) << readFile("zef.err");
-  ASSERT_EQ(zef("list --json in.zef").status, 0);
-  writeFile("compare.py", R"(
-import json, sys, zipfile
-rows = [json.loads(line) for line in open('zef.out', encoding='utf-8')]
-infos = zipfile.ZipFile('in.zef').infolist()
-assert len(rows) == len(infos), (len(rows), len(infos))
-for row, info in zip(rows, infos):
-    raw = info.filename.encode('utf-8' if info.flag_bits & 0x800 else 'cp437')
-    want = {'name': raw, 'type': 'directory' if info.is_dir() else 'file',
-            'mode': '%04o' % ((info.external_attr >> 16) & 0o7777), 'size': info.file_size,
-            'stored_size': info.compress_size, 'method': {0: 'stored', 8: 'deflate'}[info.compress_type],
-            'crc': '%08x' % info.CRC, 'time': '%04d-%02d-%02dT%02d:%02d:%02d' % info.date_time, 'target': None}
-    row['name'] = row['name'].encode('utf-8', 'surrogateescape')
-    assert row == want, (row, want)
-print('agree', len(rows))
-)");
-  EXPECT_EQ(runCommand("python3 compare.py >python.out 2>&1"), 0) << readFile("python.out");
-  EXPECT_EQ(readFile("python.out"), "agree 5\n");
-}
-
-TEST_F(ZefForPeople, DamagedRecordsExitOneNamingThem) {
-  std::string fewer = buildArchive({storedEntry("a", "1"), storedEntry("b", "2")});
-  kxzef::testing::patchLE(fewer, fewer.size() - 14, 3, 2);  // the end record: entries on this disk
-  kxzef::testing::patchLE(fewer, fewer.size() - 12, 3, 2);  // and in all
+TEST_F(ZefForPeople, EntryWithoutItsLocalHeaderIsListedWithExitOne) {
   HandEntry moved = storedEntry("moved", "data");
   moved.localHeaderOffset = 2;  // no local header there
-  writeFile("fewer.zef", fewer);
   writeFile("moved.zef", buildArchive({storedEntry("fine", "ok"), moved}));
-  const struct {
-    const char* archive;
-    const char* listed;  // the names listed all the same
-    const char* err;
-  } rows[] = {
-      {"fewer.zef", "a\nb\n",
-       "zef: fewer.zef: the end record counts 3 entries, the directory holds 2 (listed: 2, the last 'b')\n"},
-      {"moved.zef", "fine\nmoved\n", "zef: moved.zef: 'moved' has no local header where its record points\n"},
-  };
-  for (const auto& row : rows) {
-    const ToolRun run = zef(std::string("list -1 ") + row.archive);
-    EXPECT_EQ(run.status, 1) << row.archive;
-    EXPECT_EQ(run.out, row.listed) << row.archive;
-    EXPECT_EQ(run.err, row.err) << row.archive;
-  }
+  const ToolRun run = zef("list -1 moved.zef");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.out, "fine\nmoved\n");  // the names listed all the same
+  EXPECT_EQ(run.err, "zef: moved.zef: 'moved' has no local header where its record points\n");
 }
 
 TEST_F(ZefAppArchive, PatternsSelectWhatIsExtracted) {
@@ -154,10 +123,8 @@ TEST_F(ZefAppArchive, PatternsSelectWhatIsExtracted) {
       {"a glob's \"*\" crosses \"/\"", "'app/lib/*.py*'", "./app/lib/__pycache__/mod.pyc\n./app/lib/mod.py\n./app/lib/old.pyc\n"},
       {"a directory brings everything below it, in any case", "APP/ETC", "./app/etc/app.conf\n./app/etc/data[1].txt\n"},
       {"a name holding \"[\" matches itself", "'app/etc/data[1].txt'", "./app/etc/data[1].txt\n"},
-      {"exclusions apply at any depth", "app/lib --exclude '*.pyc'", "./app/lib/mod.py\n"},
       {"\"dir/\" excludes every directory of that name", "app/lib --exclude __pycache__/",
        "./app/lib/mod.py\n./app/lib/old.pyc\n"},
-      {"\"dir/\" never matches a file", "app/etc --exclude app.conf/", "./app/etc/app.conf\n./app/etc/data[1].txt\n"},
       {"exclusions add up", "--exclude app/lib --exclude 'run' --exclude '*.txt'",
        "./app/bin/conf\n./app/etc/app.conf\n"},
   };
@@ -170,19 +137,6 @@ TEST_F(ZefAppArchive, PatternsSelectWhatIsExtracted) {
   fs::remove_all("out");
   ASSERT_EQ(zef("extract app.zef -d out app/lib --exclude '*.pyc'").status, 0);
   EXPECT_TRUE(fs::is_directory("out/app/lib/__pycache__"));  // a selected directory entry stays, even empty
-}
-
-TEST_F(ZefForPeople, ManySelectedEntriesComeFromOneFullExtraction) {
-  std::string manifest;
-  for (int i = 0; i < 300; ++i) manifest += writeFile("in/" + std::to_string(i), std::to_string(i)) + "\t\n";
-  writeFile("keep/other", "not asked for");
-  writeFile("manifest", manifest + path("keep/other") + "\tkeep/other\n");
-  ASSERT_EQ(zef("create many.zef --from manifest").status, 0) << readFile("zef.err");
-  ASSERT_EQ(zef("extract many.zef -d out '*/in/*' --exclude '*/in/1[0-9][0-9]'").status, 0) << readFile("zef.err");
-  EXPECT_FALSE(fs::exists("out/keep"));
-  size_t files = 0;
-  for (const auto& item : fs::recursive_directory_iterator("out")) files += item.is_regular_file() ? 1 : 0;
-  EXPECT_EQ(files, 200u);  // 0-99 and 200-299: more than are extracted one by one
 }
 
 TEST_F(ZefAppArchive, UnmatchedEntriesExtractNothing) {
@@ -204,7 +158,6 @@ TEST_F(ZefForPeople, InputsAreStoredUnderCleanNames) {
     const char* names;
   } rows[] = {
       {"top", ".", "a.txt\nsub/\nsub/b.txt\nsub/link\n"},
-      {".", "top/", "top/\ntop/a.txt\ntop/sub/\ntop/sub/b.txt\ntop/sub/link\n"},
       // The writer adds the file a link points to, where it maps it.
       {".", "./top//sub/", "top/sub/\ntop/sub/b.txt\ntop/sub/link\ntop/a.txt\n"},
       {".", "top/sub=./x//y/", "x/y/\nx/y/b.txt\nx/y/link\nx/y/a.txt\n"},
@@ -243,7 +196,6 @@ TEST_F(ZefForPeople, FixedTimesMakeArchivesByteIdentical) {
   } rows[] = {
       {"--mtime as written", "", "--mtime '2021-07-08 09:10:11'", "2021-07-08T09:10:10"},
       {"SOURCE_DATE_EPOCH in UTC", "SOURCE_DATE_EPOCH=1600000000 TZ=Asia/Tokyo", "", "2020-09-13T12:26:40"},
-      {"--mtime wins over the environment", "SOURCE_DATE_EPOCH=1600000000", "--mtime 2001-02-03", "2001-02-03T00:00:00"},
       {"SOURCE_DATE_EPOCH before 1980 clamps", "SOURCE_DATE_EPOCH=0", "", "1980-01-01T00:00:00"},
   };
   for (const auto& row : rows) {
@@ -265,76 +217,12 @@ TEST_F(ZefForPeople, FixedTimesMakeArchivesByteIdentical) {
 }
 
 TEST_F(ZefAppArchive, VerboseNamesEveryEntry) {
-  ToolRun run = zef("create -v --exclude app/lib v.zef app");
+  const ToolRun run = zef("create -v --exclude app/lib v.zef app");
   ASSERT_EQ(run.status, 0) << run.err;
   const std::string created = "app/\napp/bin/\napp/bin/conf\napp/bin/run\napp/etc/\napp/etc/app.conf\n"
                               "app/etc/data[1].txt\nv.zef: 7 entries, 40 bytes in, ";
   EXPECT_EQ(run.out.substr(0, created.size()), created);
   EXPECT_EQ(run.out.substr(run.out.size() - 5), " out\n");
-  run = zef("extract -v v.zef -d out app/etc");
-  ASSERT_EQ(run.status, 0) << run.err;
-  const std::string extracted = "app/etc/\napp/etc/app.conf\napp/etc/data[1].txt\nv.zef: 3 entries, ";
-  EXPECT_EQ(run.out.substr(0, extracted.size()), extracted);
-  const std::string summaryEnd = " in, 21 bytes out\n";
-  EXPECT_EQ(run.out.substr(run.out.size() - summaryEnd.size()), summaryEnd);
-  EXPECT_EQ(run.err, "");
-  run = zef("extract -v --flat v.zef -d flat");  // only links are made
-  ASSERT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(run.out, "app/bin/conf\nv.zef: 1 entry, 17 bytes in, 15 bytes out\n");
-}
-
-TEST_F(ZefForPeople, QuietSilencesWarnings) {
-  writeFile("in/a.txt", "a");
-  ASSERT_EQ(mkfifo(path("in/pipe").c_str(), 0600), 0);
-  EXPECT_EQ(zef("create loud.zef in").err,
-            "zef: warning: in/pipe: is a FIFO (named pipe), skipped (only files, directories and links are archived)\n");
-  const ToolRun run = zef("create -q quiet.zef in");
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.err, "");
-}
-
-// Python's pty gives zef a terminal for standard error; a file gets nothing.
-TEST_F(ZefAppArchive, ProgressLineShowsOnlyOnATerminal) {
-  if (!kxzef::testing::haveProgram("python3")) GTEST_SKIP() << "python3 is not installed";
-  writeFile("terminal.py", R"(
-import os, pty, shlex, subprocess, sys
-for command in sys.argv[1:]:
-    master, slave = pty.openpty()
-    run = subprocess.run(shlex.split(command), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=slave)
-    os.close(slave)
-    shown = b''
-    while True:
-        try:
-            chunk = os.read(master, 65536)
-        except OSError:
-            break
-        if not chunk:
-            break
-        shown += chunk
-    os.close(master)
-    print(run.returncode, repr(shown))
-)");
-  const std::string zefPath = ZEF_PROGRAM;
-  const std::string commands[] = {"create t.zef app", "extract app.zef -d out", "create -q q.zef app",
-                                  "extract -q app.zef -d quiet"};
-  std::string line = "python3 terminal.py";
-  for (const std::string& command : commands) line += " '" + zefPath + " " + command + "'";
-  ASSERT_EQ(runCommand(line + " >shown.txt 2>&1"), 0) << readFile("shown.txt");
-  std::istringstream shown(readFile("shown.txt"));
-  for (const std::string& command : commands) {
-    std::string terminal;
-    std::getline(shown, terminal);
-    if (command.find(" -q ") != std::string::npos) {
-      EXPECT_EQ(terminal, "0 b''") << command;
-      continue;
-    }
-    EXPECT_EQ(terminal.rfind("0 b'\\r\\x1b[K  ", 0), 0u) << command << ": " << terminal;
-    EXPECT_NE(terminal.find(" entries, "), std::string::npos) << terminal;
-    EXPECT_NE(terminal.find("%), "), std::string::npos) << terminal;
-    EXPECT_EQ(terminal.substr(terminal.size() - 9), "\\r\\x1b[K'") << command << ": " << terminal;  // erased
-    fs::remove_all("out");
-    EXPECT_EQ(zef(command).err, "") << command;  // standard error is a file here
-  }
 }
 
 TEST_F(ZefForPeople, OverwriteAnswersFromAPipeDecideEachFile) {
@@ -348,10 +236,8 @@ TEST_F(ZefForPeople, OverwriteAnswersFromAPipeDecideEachFile) {
     const char* replaced;  // of a.txt and b.txt, asked in that order
   } rows[] = {
       {"--overwrite=ask", "y\nn\n", 2, "a"},
-      {"--overwrite=ask", "no\nYES\n", 2, "b"},
-      {"--overwrite=ask", "maybe\nyes\nn\n", 3, "a"},  // an unknown answer asks again
+      {"--overwrite=ask", "maybe\nn\nYES\n", 3, "b"},  // an unknown answer asks again
       {"--overwrite=ask", "a\n", 1, "ab"},
-      {"--ask", "N\n", 1, ""},
       {"--overwrite=ask", "", 1, ""},  // the end of input answers none
       {"--overwrite=never", "", 0, ""},
       {"--overwrite=always", "", 0, "ab"},
