@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include "support/temp_dir.h"
@@ -112,6 +113,77 @@ TEST_F(ZefForPeople, EntryWithoutItsLocalHeaderIsListedWithExitOne) {
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.out, "fine\nmoved\n");  // the names listed all the same
   EXPECT_EQ(run.err, "zef: moved.zef: 'moved' has no local header where its record points\n");
+}
+
+// The listing for scripts, judged by Python's own reading of the archive.
+TEST_F(ZefForPeople, JsonListingAgreesWithPythonZipfile) {
+  if (!kxzef::testing::haveProgram("python3")) GTEST_SKIP() << "python3 is not installed";
+  writeFile("in/run", "#!/bin/sh\n", 0750);
+  writeFile("in/caf\xc3\xa9.txt", "UTF-8 name");
+  writeFile("in/latin\xe9.txt", "a Latin-1 byte, no UTF-8");
+  writeFile("in/quote\"mark", std::string(3000, 'q'));
+  ASSERT_EQ(zef("create --mtime 2023-01-02T03:04:06 in.zef in").status, 0) << readFile("zef.err");
+  ASSERT_EQ(zef("list --json in.zef").status, 0);
+  writeFile("compare.py", R"(
+import json, sys, zipfile
+rows = [json.loads(line) for line in open('zef.out', encoding='utf-8')]
+infos = zipfile.ZipFile('in.zef').infolist()
+assert len(rows) == len(infos), (len(rows), len(infos))
+for row, info in zip(rows, infos):
+    raw = info.filename.encode('utf-8' if info.flag_bits & 0x800 else 'cp437')
+    want = {'name': raw, 'type': 'directory' if info.is_dir() else 'file',
+            'mode': '%04o' % ((info.external_attr >> 16) & 0o7777), 'size': info.file_size,
+            'stored_size': info.compress_size, 'method': {0: 'stored', 8: 'deflate'}[info.compress_type],
+            'crc': '%08x' % info.CRC, 'time': '%04d-%02d-%02dT%02d:%02d:%02d' % info.date_time, 'target': None}
+    row['name'] = row['name'].encode('utf-8', 'surrogateescape')
+    assert row == want, (row, want)
+print('agree', len(rows))
+)");
+  EXPECT_EQ(runCommand("python3 compare.py >python.out 2>&1"), 0) << readFile("python.out");
+  EXPECT_EQ(readFile("python.out"), "agree 5\n");
+}
+
+TEST_F(ZefAppArchive, ProgressLineShowsOnlyOnATerminal) {
+  if (!kxzef::testing::haveProgram("python3")) GTEST_SKIP() << "python3 is not installed";
+  writeFile("terminal.py", R"(
+import os, pty, shlex, subprocess, sys
+for command in sys.argv[1:]:
+    master, slave = pty.openpty()
+    run = subprocess.run(shlex.split(command), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=slave)
+    os.close(slave)
+    shown = b''
+    while True:
+        try:
+            chunk = os.read(master, 65536)
+        except OSError:
+            break
+        if not chunk:
+            break
+        shown += chunk
+    os.close(master)
+    print(run.returncode, repr(shown))
+)");
+  const std::string zefPath = ZEF_PROGRAM;
+  const std::string commands[] = {"create t.zef app", "extract app.zef -d out", "create -q q.zef app",
+                                  "extract -q app.zef -d quiet"};
+  std::string line = "python3 terminal.py";
+  for (const std::string& command : commands) line += " '" + zefPath + " " + command + "'";
+  ASSERT_EQ(runCommand(line + " >shown.txt 2>&1"), 0) << readFile("shown.txt");
+  std::istringstream shown(readFile("shown.txt"));
+  for (const std::string& command : commands) {
+    std::string terminal;
+    std::getline(shown, terminal);
+    if (command.find(" -q ") != std::string::npos) {
+      EXPECT_EQ(terminal, "0 b''") << command;
+      continue;
+    }
+    EXPECT_EQ(terminal.rfind("0 b'\\r\\x1b[K  ", 0), 0u) << command << ": " << terminal;
+    EXPECT_NE(terminal.find(" entries, "), std::string::npos) << terminal;
+    EXPECT_NE(terminal.find("%), "), std::string::npos) << terminal;
+    EXPECT_EQ(terminal.substr(terminal.size() - 9), "\\r\\x1b[K'") << command << ": " << terminal;  // erased
+    fs::remove_all("out");
+    EXPECT_EQ(zef(command).err, "") << command;  // standard error is a file here
+  }
 }
 
 TEST_F(ZefAppArchive, PatternsSelectWhatIsExtracted) {
