@@ -121,7 +121,6 @@ TEST_F(ParallelCreation, ArchiveDoesNotDependOnTheWorkers) {
   } rows[] = {
       {6, 2, {}, "the default level"},
       {1, 3, {}, "level 1 takes deflate's fast path"},
-      {9, 2, {}, "level 9 sets other header flags"},
       {0, 2, {}, "level 0 stores: workers only read and checksum"},
       {6, 4, {96 << 10, 32 << 10}, "a cap smaller than the tree: workers wait and the run takes inputs back"},
   };
@@ -184,26 +183,6 @@ class Prefetch : public testing::TempDirTest {
       {0, PrefetchDeflater::Whole, "libdeflate on the calling thread"},
   };
 };
-
-TEST_F(Prefetch, DeliversDeflatedBytesWithTheirCrcAndSize) {
-  const std::string content = testing::sampleText(100000);
-  writeFile("a", content);
-  for (const Kind& kind : Kinds) {
-    ParallelPrefetch prefetch(kind.workers, PrefetchLimits{}, kind.deflater);
-    prefetch.begin({"a"}, 6);
-    prefetch.settle();
-    const PrefetchedEntry* entry = prefetch.take(0, statOf("a"));
-    ASSERT_NE(entry, nullptr) << kind.why;
-    EXPECT_EQ(entry->uncompressedSize, content.size()) << kind.why;
-    EXPECT_EQ(entry->crc, testing::crcOf(content)) << kind.why;
-    EXPECT_TRUE(entry->text) << kind.why;
-    testing::HandEntry deflated = testing::deflatedEntry("a", "");
-    deflated.data.assign(reinterpret_cast<const char*>(entry->data), entry->size);
-    deflated.uncompressedSize = content.size();
-    EXPECT_TRUE(testing::entryContent(deflated) == content) << kind.why;
-    prefetch.end();
-  }
-}
 
 TEST_F(Prefetch, InputsItMustNotTakeAreLeftToTheRun) {
   writeFile("file", "content");

@@ -55,28 +55,6 @@ TEST_F(Opening, RootIsDerivedFromTheNameAlone) {
   }
 }
 
-// The flags set on a reader hold for the one-call operations that follow.
-TEST_F(Combinations, SettersGovernTheNextUnzipAll) {
-  writeFile("app.zef", testing::buildArchive({storedEntry("f", "new")}));
-  const std::tuple<bool, bool, std::string, std::string> rows[] = {  // overwrite, usePaths, result, error
-      {true, true, "new", ""},  // replaced without a question
-      // Asked; the end of input answers no.
-      {false, true, "old", "The file 'app_qrt/f' exists. Overwrite ? [y]es, [n]o, [A]ll:\n"},
-      {true, false, "old", ""},  // without paths a regular file is skipped
-  };
-  for (const auto& [overwrite, usePaths, content, error] : rows) {
-    writeFile("app_qrt/f", "old");
-    ASSERT_TRUE(testing::feedStandardInput(""));
-    capture.clear();
-    auto reader = newReader();
-    ASSERT_EQ(reader->setOverwrite(overwrite), 0);
-    ASSERT_EQ(reader->setUsePaths(usePaths), 0);
-    EXPECT_EQ(reader->unzipAll("app"), 0);
-    EXPECT_EQ(readFile("app_qrt/f"), content);
-    EXPECT_EQ(capture.error(), error);
-  }
-}
-
 TEST_F(Combinations, UnzipFilesStopsAtTheFirstEntryNotExtracted) {
   testing::HandEntry bad = storedEntry("bad", "payload");
   bad.crc ^= 1;

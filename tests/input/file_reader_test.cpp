@@ -13,17 +13,6 @@ namespace {
 
 using FileReader = testing::TempDirTest;
 
-TEST_F(FileReader, GetContentLeavesTheReadPositionAlone) {
-  std::ifstream stream(writeFile("input", "0123456789"), std::ios::binary);
-  ZEFFileReaderWithoutTransform reader(&stream);
-  char buffer[4];
-  ASSERT_EQ(reader.read(buffer, 3), 3);
-  const ZEFByteArray& whole = *reader.getContent();
-  EXPECT_EQ(std::string(reinterpret_cast<const char*>(whole.data), whole.size), "0123456789");
-  ASSERT_EQ(reader.read(buffer, 3), 3);
-  EXPECT_EQ(std::string(buffer, 3), "345");
-}
-
 // A read that succeeds leaves an earlier failure's status standing; readFresh clears it first.
 TEST_F(FileReader, ReadFreshClearsTheStatusThatReadKeeps) {
   std::ifstream stream(writeFile("input", ""), std::ios::binary);

@@ -11,14 +11,6 @@ namespace {
 
 using PathReaders = testing::TempDirTest;
 
-TEST_F(PathReaders, DirectoryReadsNothing) {
-  ZEFDirectoryReader directory(path());
-  std::string buffer(64, '#');
-  EXPECT_EQ(directory.read(&buffer[0], 64), 0);
-  EXPECT_EQ(buffer, std::string(64, '#'));
-  EXPECT_EQ(directory.getStatus(), statusNumber(ReaderStatus::Ok));
-}
-
 TEST_F(PathReaders, DanglingLinkYieldsItsTextWithoutNul) {
   std::string buffer(64, '#');
   ASSERT_EQ(symlink("../none", "dangling"), 0);  // live links are read throughout the link target tests

@@ -89,15 +89,5 @@ TEST_F(TransformReader, HostTransformIsCalledThroughItsSecondSlot) {
   EXPECT_STREQ(reader.name(), ".host");  // read where the layout puts it
 }
 
-TEST(FindTransform, UsesTheLastDotOfTheWholePathInLowerCase) {
-  UpperCase text, gzip;
-  std::vector<std::string> textExtensions{".txt", ".d"}, gzipExtensions{".gz"};
-  TransformRule second{&gzipExtensions, &gzip, nullptr}, first{&textExtensions, &text, &second};
-  EXPECT_EQ(findTransform(&first, "Data.TXT"), &text);
-  EXPECT_EQ(findTransform(&first, "archive.tar.gz"), &gzip);  // the last extension, found by the second rule
-  EXPECT_EQ(findTransform(&first, "/src.d/readme"), nullptr);  // ".d/readme" is no extension
-  EXPECT_EQ(findTransform(&first, "README"), nullptr);
-}
-
 }  // namespace
 }  // namespace kxzef
