@@ -1,11 +1,14 @@
 // extractAll with a dispatch: regular files are handed over, everything else
-// is done here in archive order. Before anything is done here, every file
-// handed over is finished, and those that failed are extracted again here,
-// first to last: the first failure is then reported, and ends the run,
-// exactly where a run without a dispatch has it. Files handed over at once
+// is done here in archive order. Before anything is done here (but a link
+// that meets none of them), every file handed over is finished, and those
+// that failed are extracted again here, first to last: the first failure is
+// then reported, and ends the run, exactly where a run without a dispatch
+// has it. Files handed over at once
 // never share a path, nor lie below one another, so none of them can change
 // how another one turns out.
 #include "extract/unzip_driver.h"
+
+#include <unistd.h>
 
 #include "extract/driver_report.h"
 #include "extract/file_name_part.h"
@@ -81,6 +84,7 @@ void UnzipDriver::HandedPaths::clear() {
 
 int UnzipDriver::extractOrHand() {
   const EntryRoute route = routeEntry();
+  if (route == EntryRoute::Done) return StatusOk;
   if (route == EntryRoute::Hand && dispatch->hand(job_)) {
     handed_.add(job_.target);
     return StatusOk;
@@ -103,7 +107,9 @@ UnzipDriver::EntryRoute UnzipDriver::routeEntry() {
   if (archive.getCurrentEntryInfo(&info, name.data(), EntryNameBufferSize, nullptr, 0, nullptr, 0) != StatusOk) {
     return EntryRoute::HereAfterHanded;
   }
-  if (info.extraFieldLength > 0 && isLinkEntry(info.extraFieldLength)) return EntryRoute::HereAfterHanded;
+  if (info.extraFieldLength > 0 && isLinkEntry(info.extraFieldLength)) {
+    return linkMadeAtOnce(name.data()) ? EntryRoute::Done : EntryRoute::HereAfterHanded;
+  }
   job_.target.assign(root).append(name.data());
   const size_t fileNameStart = findFileNamePart(job_.target.c_str());
   if (handed_.meets(job_.target)) return EntryRoute::HereAfterHanded;
@@ -136,9 +142,27 @@ UnzipDriver::EntryRoute UnzipDriver::routeEntry() {
 bool UnzipDriver::isLinkEntry(uint64_t extraLength) {
   extra_.resize(static_cast<size_t>(extraLength) + 1);
   if (archive.getCurrentEntryInfo(nullptr, nullptr, 0, extra_.data(), extraLength, nullptr, 0) != StatusOk) {
-    return true;  // unreadable: extracting it here reports why
+    linkText_.clear();  // no link to make at once
+    return true;        // unreadable: extracting it here reports why
   }
   return readLinkTarget(extra_.data(), static_cast<size_t>(extraLength), linkText_);
+}
+
+// A link that meets no file handed over is made at once, in silence, so that
+// links do not stall the workers. No file in flight can change how it turns
+// out: a file's directories exist before it is handed over, so a link over
+// one of them fails as it would after the file. Anything that does not
+// succeed is left to be done again after the files handed over, which
+// reports it in archive order, as the same steps fail the same way again.
+bool UnzipDriver::linkMadeAtOnce(const char* name) {
+  job_.target.assign(root).append(name);
+  const size_t fileNameStart = findFileNamePart(job_.target.c_str());
+  if (linkText_.empty() || fileNameStart == job_.target.size() || handed_.meets(job_.target)) return false;
+  const bool readable = archive.openCurrentEntry(nullptr, nullptr, 0) == StatusOk;
+  if (archive.closeCurrentEntry() != StatusOk || !readable) return false;
+  const size_t slash = job_.target.rfind('/');
+  if (slash != std::string::npos && !makeDirPath(job_.target.substr(0, slash).c_str())) return false;
+  return symlink(linkText_.c_str(), job_.target.c_str()) == 0;
 }
 
 // Finishes the files handed over and extracts those that failed again here;

@@ -87,10 +87,11 @@ class UnzipDriver : public ZEFArchReader {
   int extractAllAndClose();
 
   // extractAll's steps with a dispatch (dispatched_extraction.cpp).
-  enum class EntryRoute { Hand, HereAtOnce, HereAfterHanded };
+  enum class EntryRoute { Hand, HereAtOnce, HereAfterHanded, Done };
   int extractOrHand();
   EntryRoute routeEntry();
   bool isLinkEntry(uint64_t extraLength);
+  bool linkMadeAtOnce(const char* name);
   int settleHanded(bool resume);
   int endHanding(int status);
 

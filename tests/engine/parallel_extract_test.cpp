@@ -101,6 +101,11 @@ TEST_F(ParallelExtraction, TreeIsTheOneTheDriverMakesAlone) {
        "a file in the way of a later directory fails the later entry"},
       {{file("a/b", "inside"), file("a", "where a directory is")}, "a directory in the way of a later file"},
       {{file("p/x", "x"), directory("p/x/"), file("p/y", "y")}, "a directory entry where a file was handed over"},
+      {{file("p/x", "x"), testing::linkEntry("p/x", "y")}, "a link where a file was handed over"},
+      {{file("p/x/f", "f"), testing::linkEntry("p/x", "y")}, "a link where a handed file's directory is"},
+      {{directory("real/"), testing::linkEntry("l", "real"), file("l/f", "through the link")},
+       "a file written through a link made before it"},
+      {{testing::linkEntry("l", "a"), testing::linkEntry("l", "b")}, "a link given twice: the second fails"},
   };
   for (const Kind& kind : Kinds) {
     for (const auto& row : rows) {
