@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <memory>
 #include <new>
 #include <utility>
@@ -75,17 +74,6 @@ bool inflateInto(UnzipArchive& core, const FileJob& job, unsigned char* buffer) 
   return close(fd) == 0 && ok;
 }
 
-// The open entry's next `size` bytes, read raw, into `into`.
-bool readRaw(UnzipArchive& core, unsigned char* into, uint64_t size) {
-  for (uint64_t got = 0; got < size;) {
-    const auto piece = static_cast<uint32_t>(std::min<uint64_t>(size - got, INT_MAX));
-    const int count = core.readCurrentEntry(into + got, piece);
-    if (count <= 0) return false;
-    got += static_cast<uint64_t>(count);
-  }
-  return true;
-}
-
 // Whether the current entry is inflated whole. The core hands raw bytes out
 // only up to the entry's inflated size, so data that deflate made larger
 // than it was streams.
@@ -105,7 +93,7 @@ bool ParallelExtract::writeWhole(Tools& tools, const FileJob& job) {
   // Room for one byte at least, so that an empty entry has somewhere to go.
   if (!tools.compressed.reserve(compressed) || !tools.inflated.reserve(std::max<size_t>(size, 1))) return false;
   if (tools.core.openCurrentEntry(nullptr, nullptr, 1) != StatusOk ||
-      !readRaw(tools.core, tools.compressed.data(), compressed)) {
+      tools.core.readWholeRawEntry(tools.compressed.data(), compressed) != StatusOk) {
     return false;
   }
   unsigned char* out = tools.inflated.data();

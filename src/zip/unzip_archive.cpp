@@ -406,6 +406,20 @@ int UnzipArchive::readCurrentEntry(void* buffer, uint32_t length) {
   return entry.read(entryReader_, *io_, bytesBefore_, static_cast<unsigned char*>(buffer), window);
 }
 
+int UnzipArchive::readWholeRawEntry(void* buffer, uint64_t count) {
+  if (!ready() || !entryOpen_ || buffer == nullptr) return StatusBadParameter;
+  ReadEntryState& entry = *reading_;
+  if (!entry.raw || entry.inputLeft != 0 || count != entry.compressedLeft || entry.delivered != 0) {
+    return StatusBadParameter;
+  }
+  if (entryReader_.read(*io_, entry.nextReadPosition, bytesBefore_, buffer, count) != StatusOk) return StatusIoError;
+  entry.nextReadPosition += count;
+  entry.compressedLeft = 0;
+  entry.uncompressedLeft = 0;
+  entry.delivered = count;
+  return StatusOk;
+}
+
 int64_t UnzipArchive::currentEntryOffset() const {
   if (!ready() || !entryOpen_) return StatusBadParameter;
   return static_cast<int64_t>(reading_->delivered);

@@ -110,6 +110,12 @@ class UnzipArchive {
   // error (zlib's codes pass through).
   int readCurrentEntry(void* buffer, uint32_t length);
 
+  // For an entry opened raw with nothing read yet: all `count` of its
+  // compressed bytes (`count` must be the entry's compressed size) read
+  // straight into `buffer`, in one read where the file allows, with no CRC
+  // taken; then nothing is left to read. StatusOk, or a status.
+  int readWholeRawEntry(void* buffer, uint64_t count);
+
   // Uncompressed bytes delivered so far, or StatusBadParameter.
   int64_t currentEntryOffset() const;
 
