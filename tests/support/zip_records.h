@@ -46,6 +46,9 @@ HandEntry linkEntry(const std::string& name, const std::string& target);
 std::string sampleText(size_t size);
 uint32_t crcOf(const std::string& content);
 
+// `content` as zlib deflates it at `level` in a raw stream of its own.
+std::string rawDeflate(const std::string& content, int level);
+
 // `value` as `width` little-endian bytes.
 std::string leBytes(uint64_t value, int width);
 
