@@ -14,6 +14,7 @@ namespace kxzef {
 namespace {
 
 using testing::buildArchive;
+using testing::edited;
 using testing::HandEntry;
 using testing::leBytes;
 using testing::patchLE;
@@ -45,13 +46,6 @@ std::string withZip64End(std::string bytes, uint64_t entries) {
   patchLE(tail, 12, 0xFFFFFFFF, 4);
   patchLE(tail, 16, 0xFFFFFFFF, 4);
   return bytes.substr(0, end) + record + locator + tail;
-}
-
-// `entry` with `change` applied to it.
-template <typename Change>
-HandEntry edited(HandEntry entry, Change change) {
-  change(entry);
-  return entry;
 }
 
 HandEntry unixLink(const std::string& name, const std::string& target) {

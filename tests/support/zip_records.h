@@ -37,6 +37,13 @@ HandEntry deflatedEntry(const std::string& name, const std::string& content);
 // `entry` with the Unix mode `mode` (type and permissions) in its external attributes.
 HandEntry withMode(HandEntry entry, uint64_t mode);
 
+// `entry` with `change` applied to it: a field made wrong inside a table's row.
+template <typename Change>
+HandEntry edited(HandEntry entry, Change change) {
+  change(entry);
+  return entry;
+}
+
 // A link as this library writes it: mode 0120777 and the target both as the
 // data and in the Unix link block.
 HandEntry linkEntry(const std::string& name, const std::string& target);
