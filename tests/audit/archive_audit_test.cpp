@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,6 +14,7 @@ namespace kxzef {
 namespace {
 
 using testing::buildArchive;
+using testing::edited;
 using testing::HandEntry;
 using testing::leBytes;
 using testing::patchLE;
@@ -47,13 +46,6 @@ std::string withZip64End(std::string bytes, uint64_t entries) {
   patchLE(tail, 12, 0xFFFFFFFF, 4);
   patchLE(tail, 16, 0xFFFFFFFF, 4);
   return bytes.substr(0, end) + record + locator + tail;
-}
-
-// `entry` with `change` applied to it.
-template <typename Change>
-HandEntry edited(HandEntry entry, Change change) {
-  change(entry);
-  return entry;
 }
 
 HandEntry unixLink(const std::string& name, const std::string& target) {
@@ -121,18 +113,15 @@ const std::string TooLong = "has a name of 300 bytes, more than the 255 the read
 std::vector<Case> nameCases() {
   const std::string a300(300, 'a');
   return {
-      {oneEntry("../x"), {"0 '..' in name: contains a '..' component"}, "leaves the destination"},
       {oneEntry("a/..b/c.."), {}, "dots inside components are ordinary names"},
-      {oneEntry("/abs/x"), {"0 absolute name: is an absolute path"}, "absolute"},
       {oneEntry("..\\..\\x"), {"0 backslash in name: contains a backslash"}, "a Windows path climbs for other tools"},
       {oneEntry(""), {"0 empty name: has an empty name"}, "no name"},
       {oneEntry(std::string("a\0/../../x", 10)),
        {"0 '..' in name: contains a '..' component", "0 NUL byte in name: has a NUL byte inside its name"},
        "the part after the NUL is still checked: other tools may not cut there"},
-      {oneEntry(a300), {"0 name too long: " + TooLong}, "the reader would cut it"},
       {archiveOf({storedEntry(a300, "1"), storedEntry(a300.substr(1) + "b", "2")}),
        {"0 name too long: " + TooLong, "1 name too long: " + TooLong, "1 name collision: has the same path as '" + a300 + "'"},
-       "different names, one path once cut"},
+       "the reader would cut both names to one path"},
       {archiveOf({storedEntry("a", "1"), storedEntry("a", "2")}), {"1 name collision: appears more than once"}, "duplicate"},
       {archiveOf({storedEntry("d/a", "1"), storedEntry("./d//a", "2")}), {"1 name collision: has the same path as 'd/a'"},
        "empty and '.' components write the same path"},
@@ -144,15 +133,11 @@ std::vector<Case> nameCases() {
 std::vector<Case> linkCases() {
   const std::string throughD = "passes through the link entry 'd'";
   return {
-      {archiveOf({unixLink("d", "/elsewhere"), storedEntry("d/evil", "1")}), {"1 path through a link entry: " + throughD},
-       "writes through an absolute link"},
       {archiveOf({blockLink("d", "../.."), withMode(storedEntry("d/made/", ""), 040755)}),
        {"1 path through a link entry: " + throughD}, "the library's own link form, a directory below it"},
       {archiveOf({storedEntry("a/d/x", "1"), unixLink("a/./d", "/tmp")}),
        {"0 path through a link entry: passes through the link entry 'a/./d'"}, "the link comes later, spelt otherwise"},
       {archiveOf({unixLink("d", "../.."), storedEntry("e/x", "1")}), {}, "a link leaving the tree is no finding by itself"},
-      {archiveOf({unixLink("d", "/x"), storedEntry("d", "1")}), {"1 name collision: appears more than once"},
-       "a file over the link is a collision"},
       {archiveOf({withMode(storedEntry("d/", ""), 0120777), storedEntry("d/x", "1")}), {},
        "a name ending in '/' is a directory whatever its mode"},
   };
@@ -173,10 +158,8 @@ std::vector<Case> recordCases() {
   const std::vector<HandEntry> zeroedLocal{edited(described, [](HandEntry& e) { e.crc = e.compressedSize = e.uncompressedSize = 0; })};
   return {
       {archiveOf(methodEntries), methodFindings, "methods other than stored and deflated, by name"},
-      {archiveOf({flagged(1)}), {"0 encrypted entry: is encrypted"}, "traditional encryption"},
       {buildArchive({described}, "", &zeroedLocal), {"0 data descriptor: keeps its sizes and CRC in a data descriptor"},
        "zeroed local fields are no mismatch when a descriptor follows"},
-      {moded(0104755), {"0 set-ID or sticky bit: has the set-user-ID bit"}, "set-user-ID"},
       {moded(0107755), {"0 set-ID or sticky bit: has the set-user-ID, set-group-ID and sticky bits"}, "all three"},
       {archiveOf({edited(withMode(storedEntry("s", "1"), 0104755), [](HandEntry& e) { e.versionMadeBy = 0x0014; })}), {},
        "made on FAT: the high half is no Unix mode"},
@@ -184,24 +167,14 @@ std::vector<Case> recordCases() {
 }
 
 std::vector<Case> layoutCases() {
-  const auto atZero = [](const char* name) {
-    return edited(storedEntry(name, "1"), [](HandEntry& e) { e.localHeaderOffset = 0; });
-  };
   const auto sized = [](const char* name, const char* data, uint64_t size) {
     return edited(storedEntry(name, data), [=](HandEntry& e) { e.compressedSize = e.uncompressedSize = size; });
   };
   const std::string two = archiveOf({storedEntry("a", "1"), storedEntry("b", "2")});
-  const std::string mismatch = "local header mismatch: has a local header with another name";
-  const std::string shared = "shared local header: shares its local header with 'a'";
   return {
-      {archiveOf({storedEntry("a", "1"), atZero("b"), atZero("c")}),
-       {"1 " + mismatch, "1 " + shared, "2 " + mismatch, "2 " + shared}, "three records, one entry's data"},
       {archiveOf({sized("a", "aaaa", 36), storedEntry("b", "x")}),  // 36: a's data, then b's header and data
        {"1 overlapping data: overlaps the data of 'a'"}, "one entry's data holds the next entry"},
       {archiveOf({sized("a", "abc", 10)}), {"0 overlapping data: runs into the central directory"}, "data sized past its end"},
-      {endPatched(endPatched(two, 8, 1, 2), 10, 1, 2),
-       {"archive entry count mismatch: the end record counts 1 entry, the directory holds 2"},
-       "a reader trusting the count drops an entry"},
       {withPatch(two, endOf(two) - 47, 0, 4),  // the second central signature
        {"archive entry count mismatch: the end record counts 2 entries, the directory holds 1"},
        "the walk stops at a record that is not one"},
@@ -296,52 +269,6 @@ TEST_F(ArchiveAudit, FilesWithoutAWalkableDirectoryGiveAStatus) {
   AuditReport report;
   EXPECT_EQ(auditArchive(path("missing.zip").c_str(), {}, report), AuditCannotOpen);
   EXPECT_EQ(auditArchive(path().c_str(), {}, report), AuditCannotOpen) << "a directory";
-}
-
-TEST_F(ArchiveAudit, ArchivesFromZipAndPythonAuditCleanWithTheirFieldsRead) {
-  if (!testing::haveProgram("zip") || !testing::haveProgram("python3")) GTEST_SKIP() << "zip or python3 missing";
-  writeFile("tree/text.txt", testing::sampleText(300000));
-  writeFile("tree/run.sh", "#!/bin/sh\n", 0755);
-  writeFile("tree/empty", "");
-  writeFile("tree/sub/deep.txt", "deep");
-  ASSERT_EQ(symlink("text.txt", path("tree/link").c_str()), 0);
-  std::ofstream("make.py") << "import zipfile\n"
-                              "with zipfile.ZipFile('p.zip', 'w', zipfile.ZIP_DEFLATED) as z:\n"
-                              "    z.writestr('deflated', b'deflate me ' * 3000)\n"
-                              "    z.writestr(zipfile.ZipInfo('dir/'), b'')\n"
-                              "    z.writestr('stored', b'plain', compress_type=zipfile.ZIP_STORED)\n"
-                              "    z.writestr('empty', b'')\n"
-                              "    i = zipfile.ZipInfo('windows.txt'); i.create_system = 0\n"
-                              "    z.writestr(i, b'made elsewhere')\n";
-  // For each archive its name, then for each entry: name, Unix mode or '-', directory, link, data offset.
-  std::ofstream("judge.py") << "import struct, sys, zipfile\n"
-                               "for name in sys.argv[1:]:\n"
-                               "  print(name); f = open(name, 'rb')\n"
-                               "  for i in zipfile.ZipFile(name).infolist():\n"
-                               "    f.seek(i.header_offset + 26); n, m = struct.unpack('<HH', f.read(4))\n"
-                               "    mode = i.external_attr >> 16 if i.create_system == 3 and i.external_attr >> 16 else None\n"
-                               "    print(i.filename, '-' if mode is None else oct(mode), int(i.is_dir()),\n"
-                               "          int(mode is not None and (mode & 0o170000) == 0o120000), i.header_offset + 30 + n + m)\n";
-  ASSERT_EQ(testing::runCommand("cd tree && zip -q -X -ry ../z.zip . && zip -q -X -0 ../z0.zip text.txt && cd .. && "
-                                "python3 make.py && python3 judge.py z.zip z0.zip p.zip > judged.txt"),
-            0);
-  std::ostringstream fields;
-  for (const std::string& file : std::vector<std::string>{"z.zip", "z0.zip", "p.zip"}) {
-    AuditReport report;
-    ASSERT_EQ(auditArchive(file.c_str(), {defaultMaxTotalSize(0), path()}, report), AuditOk) << file;
-    EXPECT_EQ(rendered(report), Lines{}) << file;
-    fields << file << '\n';
-    for (const AuditEntry& e : report.entries) {
-      std::ostringstream mode;
-      mode << "0o" << std::oct << e.mode;
-      fields << e.name << ' ' << (e.hasUnixMode ? mode.str() : "-") << ' ' << e.isDirectory << ' ' << e.isLink << ' '
-             << e.dataOffset << '\n';
-    }
-    std::vector<AuditFinding> failures;
-    EXPECT_EQ(testArchive(file.c_str(), report, failures), AuditOk) << file;
-    EXPECT_TRUE(failures.empty()) << file;
-  }
-  EXPECT_EQ(fields.str(), readFile("judged.txt"));
 }
 
 TEST_F(ArchiveAudit, NamesThroughLinksBelowTheDestinationAreFindings) {

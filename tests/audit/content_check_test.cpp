@@ -12,6 +12,7 @@ namespace {
 
 using testing::buildArchive;
 using testing::deflatedEntry;
+using testing::edited;
 using testing::HandEntry;
 using testing::sampleText;
 using testing::storedEntry;
@@ -30,34 +31,29 @@ std::vector<std::string> failureLines(const std::string& file) {
   return lines;
 }
 
-// The entry with both headers changed alike, so that only the data can disagree.
-HandEntry changed(HandEntry entry, void (*change)(HandEntry&)) {
-  change(entry);
-  return entry;
-}
-
 class IntegrityTest : public testing::TempDirTest {};
 
 TEST_F(IntegrityTest, DamagedDataIsNamedWithItsEntry) {
   const std::string text = sampleText(3 << 20);  // several input and output buffers' worth
   const HandEntry good = deflatedEntry("good", text);
   const HandEntry stored = storedEntry("stored", "0123456789");
+  // Each row changes both headers alike, so that only the data can disagree.
   const struct { HandEntry entry; std::string failure; const char* why; } rows[] = {
       {good, "", "intact, over many buffers"},
       {deflatedEntry("empty", ""), "", "an empty deflate stream"},
-      {changed(good, [](HandEntry& e) { e.crc ^= 0x80; }), "failed its CRC check", "CRC flipped"},
-      {changed(stored, [](HandEntry& e) { e.data[3] ^= 1; }), "failed its CRC check", "stored byte flipped"},
-      {changed(good, [](HandEntry& e) { e.data.resize(e.data.size() / 2), e.compressedSize = e.data.size(); }),
+      {edited(good, [](HandEntry& e) { e.crc ^= 0x80; }), "failed its CRC check", "CRC flipped"},
+      {edited(stored, [](HandEntry& e) { e.data[3] ^= 1; }), "failed its CRC check", "stored byte flipped"},
+      {edited(good, [](HandEntry& e) { e.data.resize(e.data.size() / 2), e.compressedSize = e.data.size(); }),
        "ends before its declared size", "deflate stream cut in half"},
-      {changed(stored, [](HandEntry& e) { e.uncompressedSize = 11; }), "ends before its declared size",
+      {edited(stored, [](HandEntry& e) { e.uncompressedSize = 11; }), "ends before its declared size",
        "stored data shorter than declared"},
-      {changed(deflatedEntry("bomb", std::string(1 << 20, '\0')), [](HandEntry& e) { e.uncompressedSize = 1000; }),
+      {edited(deflatedEntry("bomb", std::string(1 << 20, '\0')), [](HandEntry& e) { e.uncompressedSize = 1000; }),
        "inflates past its declared size", "a bomb stops at its declared size"},
-      {changed(stored, [](HandEntry& e) { e.uncompressedSize = 9; }), "inflates past its declared size",
+      {edited(stored, [](HandEntry& e) { e.uncompressedSize = 9; }), "inflates past its declared size",
        "stored data longer than declared"},
-      {changed(good, [](HandEntry& e) { e.data.replace(0, 4, "\xff\xff\xff\xff"); }), "has damaged compressed data",
+      {edited(good, [](HandEntry& e) { e.data.replace(0, 4, "\xff\xff\xff\xff"); }), "has damaged compressed data",
        "invalid block type"},
-      {changed(stored, [](HandEntry& e) { e.method = 14; }), "", "an LZMA entry is the audit's to refuse"},
+      {edited(stored, [](HandEntry& e) { e.method = 14; }), "", "an LZMA entry is the audit's to refuse"},
   };
   for (const auto& row : rows) {
     // The damaged entry sits second, between intact ones, to show the index and that the test goes on.

@@ -1,13 +1,15 @@
 // Extraction into files, directories and links: archives from Info-ZIP zip
-// and Python's zipfile judge what must come out; hand-built bytes give the
-// links and the failures.
+// and Python's zipfile judge what must come out (and that zef's audit passes
+// them); hand-built bytes give the links and the failures.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <filesystem>
 #include <string>
 #include <tuple>
+#include <vector>
 
+#include "audit/archive_audit.h"
 #include "extract/extract_fixture.h"
 #include "extract/unzip_driver.h"
 
@@ -19,9 +21,16 @@ using testing::HandEntry;
 using testing::storedEntry;
 using Extraction = testing::ExtractTest;
 
-TEST_F(Extraction, PeerArchivesExtractToWhatTheyHold) {
+// The one test of archives made by other tools: zef's audit must find
+// nothing in them, and the library must extract what they hold.
+TEST_F(Extraction, PeerArchivesExtractWholeWithoutFindings) {
   if (!makePeerArchives()) GTEST_SKIP() << "needs zip, unzip and python3";
   for (const std::string archive : testing::PeerArchives) {
+    AuditReport report;
+    ASSERT_EQ(auditArchive(archive.c_str(), {defaultMaxTotalSize(0), path()}, report), AuditOk) << archive;
+    std::vector<AuditFinding> failures;
+    EXPECT_EQ(testArchive(archive.c_str(), report, failures), AuditOk) << archive;
+    EXPECT_TRUE(report.findings.empty() && failures.empty()) << archive;
     EXPECT_EQ(newReader()->unzipAllTo(archive.c_str(), ("out-" + archive).c_str()), 0);
     for (const testing::PeerFile& file : testing::PeerFiles) {
       const std::string extracted = "out-" + archive + "/" + file.name;

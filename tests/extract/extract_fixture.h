@@ -24,7 +24,9 @@ inline const std::vector<PeerFile> PeerFiles = {
     {"tree/nested/deeper/data.bin", std::string(30000, 'd') + "tail", 0751, 1041476646},  // several buffers
     {"tree/nested/empty.txt", "", 0400, 820454398},
 };
-inline const char* const PeerArchives[] = {"deflated.zip", "stored.zip", "python.zip"};
+// sfx.zip is deflated.zip behind a self-extractor's stub; adjusted.zip the same with its offsets counted from the
+// file's start (zip -A).
+inline const char* const PeerArchives[] = {"deflated.zip", "stored.zip", "python.zip", "sfx.zip", "adjusted.zip"};
 
 class ExtractTest : public TempDirTest {
  protected:
@@ -41,7 +43,7 @@ class ExtractTest : public TempDirTest {
 
   // Writes PeerFiles (and the empty directory "tree/hollow") and packs them
   // with Info-ZIP zip, deflated and stored, and with Python's zipfile, given
-  // modes and times explicitly. False when a tool is missing.
+  // modes and times explicitly; then the two prefixed copies. False when a tool is missing.
   bool makePeerArchives() const {
     if (!haveProgram("zip") || !haveProgram("unzip") || !haveProgram("python3")) return false;
     for (const PeerFile& file : PeerFiles) {
@@ -59,7 +61,9 @@ with zipfile.ZipFile('python.zip', 'w') as archive:
             info.external_attr = os.stat(path).st_mode << 16
             archive.writestr(info, open(path, 'rb').read(), 8 if 'data' in path else 0)  # deflated or stored
 )");
-    return runCommand("zip -qr deflated.zip tree && zip -qr0 stored.zip tree && python3 python.py") == 0;
+    return runCommand("zip -qr deflated.zip tree && zip -qr0 stored.zip tree && python3 python.py && "
+                      "printf MZ-stub | cat - deflated.zip >sfx.zip && cp sfx.zip adjusted.zip && "
+                      "zip -qA adjusted.zip") == 0;
   }
 
   ChannelCapture capture;

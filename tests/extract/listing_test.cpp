@@ -51,7 +51,7 @@ TEST_F(Listing, PrecisionStaysSetOnTheOutputStream) {
 TEST_F(Listing, RowsAgreeWithUnzip) {
   if (!makePeerArchives()) GTEST_SKIP() << "needs zip, unzip and python3";
   for (const std::string archive : testing::PeerArchives) {
-    ASSERT_EQ(testing::runCommand("unzip -v " + archive + " > unzip.txt"), 0);
+    ASSERT_LE(testing::runCommand("unzip -v " + archive + " > unzip.txt"), 1);  // 1: a warning of the stub
     capture.clear();
     ASSERT_EQ(newReader()->listArchive(archive.c_str()), 0);
     EXPECT_EQ(rowsOf(capture.output()), rowsOf(readFile("unzip.txt"))) << archive;

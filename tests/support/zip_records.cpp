@@ -8,16 +8,6 @@ namespace kxzef::testing {
 
 namespace {
 
-// Raw deflate (no zlib header) at the best level: zlib's stream without its
-// 2-byte header and 4-byte Adler-32 trailer.
-std::string rawDeflate(const std::string& content) {
-  uLongf size = compressBound(content.size());
-  std::string out(size, '\0');
-  compress2(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(content.data()),
-            content.size(), Z_BEST_COMPRESSION);
-  return out.substr(2, size - 6);
-}
-
 void putLE(std::string& out, uint64_t value, int width) {
   for (int i = 0; i < width; ++i) out.push_back(static_cast<char>((value >> (8 * i)) & 0xFF));
 }
@@ -29,6 +19,16 @@ uint64_t little(const std::string& bytes, size_t offset, int width) {
 }
 
 }  // namespace
+
+// zlib's stream less its 2-byte header and 4-byte Adler-32 trailer: what a
+// fresh raw deflate stream with zlib's default settings writes.
+std::string rawDeflate(const std::string& content, int level) {
+  uLongf size = compressBound(content.size());
+  std::string out(size, '\0');
+  compress2(reinterpret_cast<Bytef*>(out.data()), &size, reinterpret_cast<const Bytef*>(content.data()),
+            content.size(), level);
+  return out.substr(2, size - 6);
+}
 
 std::string leBytes(uint64_t value, int width) {
   std::string out;
@@ -72,7 +72,7 @@ HandEntry deflatedEntry(const std::string& name, const std::string& content) {
   HandEntry entry = storedEntry(name, content);
   entry.method = 8;
   entry.flags = 2;  // best compression
-  entry.data = rawDeflate(content);
+  entry.data = rawDeflate(content, Z_BEST_COMPRESSION);
   entry.compressedSize = entry.data.size();
   return entry;
 }

@@ -37,6 +37,13 @@ HandEntry deflatedEntry(const std::string& name, const std::string& content);
 // `entry` with the Unix mode `mode` (type and permissions) in its external attributes.
 HandEntry withMode(HandEntry entry, uint64_t mode);
 
+// `entry` with `change` applied to it: a field made wrong inside a table's row.
+template <typename Change>
+HandEntry edited(HandEntry entry, Change change) {
+  change(entry);
+  return entry;
+}
+
 // A link as this library writes it: mode 0120777 and the target both as the
 // data and in the Unix link block.
 HandEntry linkEntry(const std::string& name, const std::string& target);
@@ -45,6 +52,9 @@ HandEntry linkEntry(const std::string& name, const std::string& target);
 // in one input block.
 std::string sampleText(size_t size);
 uint32_t crcOf(const std::string& content);
+
+// `content` as zlib deflates it at `level` in a raw stream of its own.
+std::string rawDeflate(const std::string& content, int level);
 
 // `value` as `width` little-endian bytes.
 std::string leBytes(uint64_t value, int width);

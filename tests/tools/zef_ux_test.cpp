@@ -152,14 +152,11 @@ for command in sys.argv[1:]:
     run = subprocess.run(shlex.split(command), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=slave)
     os.close(slave)
     shown = b''
-    while True:
-        try:
-            chunk = os.read(master, 65536)
-        except OSError:
-            break
-        if not chunk:
-            break
-        shown += chunk
+    try:
+        while chunk := os.read(master, 65536):
+            shown += chunk
+    except OSError:  # the terminal's other side is closed
+        pass
     os.close(master)
     print(run.returncode, repr(shown))
 )");

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -78,15 +77,6 @@ class ReadingCore : public testing::TempDirTest {
     return out.str();
   }
 
-  // The same listing from Python's zipfile, the independent judge.
-  std::string pythonListing(const std::string& file) {
-    std::ofstream("listing.py") << "import sys, zipfile, zlib\nz = zipfile.ZipFile(sys.argv[1])\n"
-                                   "for i in z.infolist():\n    d = z.read(i)\n    print(i.filename, i.CRC, "
-                                   "i.compress_size, i.file_size, i.compress_type, zlib.crc32(d), len(d))\n";
-    return testing::runCommand("python3 listing.py " + file + " > listing.txt") ? "<python failed>"
-                                                                                 : readFile("listing.txt");
-  }
-
   UnzipArchive archive;
 };
 
@@ -118,31 +108,6 @@ TEST_F(ReadingCore, ArchiveOpensOnlyWithAReachableConsistentEndRecord) {
   }
 }
 
-TEST_F(ReadingCore, ReadsArchivesOfOtherToolsBehindAnyPrefix) {
-  if (!testing::haveProgram("zip") || !testing::haveProgram("python3")) GTEST_SKIP() << "zip or python3 missing";
-  writeFile("stored.txt", sampleText(40000));
-  writeFile("empty", "");
-  writeFile("dir/text.txt", sampleText(300000));
-  std::ofstream("make.py") << "import zipfile\nwith zipfile.ZipFile('p.zip', 'w') as z:\n"
-                              "    z.comment = b'archive comment'\n    z.writestr('stored', b'hello stored')\n"
-                              "    z.writestr('deflated', b'deflate me ' * 3000, compress_type=zipfile.ZIP_DEFLATED)\n"
-                              "    z.writestr('empty', b'')\n";
-  ASSERT_EQ(testing::runCommand("zip -q -X -0 z.zip stored.txt empty && zip -q -X -9 -r z.zip dir && "
-                                "printf stub-code > stub && cat stub z.zip > sfx.zip && cat sfx.zip > adjusted.zip && "
-                                "zip -qA adjusted.zip && "  // -A: offsets count from the start of the file
-                                "python3 make.py && printf 'MZ-stub' > psfx.zip && cat p.zip >> psfx.zip"),
-            0);
-  const std::pair<std::string, uint64_t> files[] = {{"z.zip", 0}, {"sfx.zip", 9}, {"adjusted.zip", 0}, {"psfx.zip", 7}};
-  for (const auto& [file, bytesBefore] : files) {
-    ASSERT_TRUE(archive.openArchive(file.c_str(), nullptr)) << file;
-    EXPECT_EQ(archive.bytesBefore(), bytesBefore) << file;
-    EXPECT_EQ(walkListing(), pythonListing(file)) << file;
-  }
-  char comment[64];
-  EXPECT_EQ(archive.getGlobalComment(comment, sizeof comment), 15);
-  EXPECT_STREQ(comment, "archive comment");
-}
-
 // Names and data of every length up to a few hundred bytes, a large entry
 // among them: the central directory spans several read blocks, and headers
 // and data straddle their edges.
@@ -160,14 +125,6 @@ TEST_F(ReadingCore, EntriesAcrossReadBlocksReadWhole) {
   }
   ASSERT_TRUE(openBytes(buildArchive(entries)));
   EXPECT_EQ(walkListing(), expected);
-}
-
-TEST_F(ReadingCore, WalkStopsAtTheLastEntry) {
-  ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
-  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
-  ASSERT_EQ(archive.goToNextEntry(), StatusOk);
-  EXPECT_EQ(archive.goToNextEntry(), StatusEndOfList);
-  EXPECT_EQ(readCurrent().data, "333");  // the last entry stays current
 }
 
 TEST_F(ReadingCore, EntryPositionsRoundTripWithoutWrappingAround) {
@@ -204,14 +161,15 @@ TEST_F(ReadingCore, LocateEntryFollowsTheCaseRule) {
   }
 }
 
-TEST_F(ReadingCore, FailedLocateKeepsTheCurrentEntry) {
+TEST_F(ReadingCore, FailedMoveKeepsTheCurrentEntry) {
   ASSERT_TRUE(openBytes(buildArchive({storedEntry("a", "1"), storedEntry("b", "22"), storedEntry("c", "333")})));
   ASSERT_EQ(archive.goToNextEntry(), StatusOk);
   EXPECT_EQ(archive.locateEntry("absent", CaseInsensitive), StatusEndOfList);
   EXPECT_EQ(archive.locateEntry(std::string(256, 'b').c_str(), CaseInsensitive), StatusBadParameter);
   EXPECT_EQ(readCurrent().data, "22");
   ASSERT_EQ(archive.goToNextEntry(), StatusOk);  // the walk goes on from there
-  EXPECT_EQ(readCurrent().data, "333");
+  EXPECT_EQ(archive.goToNextEntry(), StatusEndOfList);
+  EXPECT_EQ(readCurrent().data, "333");  // the last entry stays current
 }
 
 TEST_F(ReadingCore, LocalHeaderMustAgreeWithTheCentralOne) {
@@ -238,23 +196,16 @@ TEST_F(ReadingCore, LocalHeaderMustAgreeWithTheCentralOne) {
   }
 }
 
-void flipCrc(HandEntry& entry) { entry.crc ^= 0x80000000u; }
-
-TEST_F(ReadingCore, CrcIsJudgedOnlyAfterAFullRead) {
+// The CRC is judged only after a full read; damaged data ends the reading
+// with the status of what found it.
+TEST_F(ReadingCore, DamagedDataEndsReadingWithItsStatus) {
   const HandEntry stored = storedEntry("stored", sampleText(20000));
   const HandEntry deflated = testing::deflatedEntry("deflated", sampleText(20000));
+  const auto flipCrc = [](HandEntry& e) { e.crc ^= 0x80000000u; };
   const DataChange rows[] = {
       {deflated, flipCrc, SIZE_MAX, 0, StatusCrcError},
       {deflated, flipCrc, 2500, 2500, StatusOk},  // half read: no verdict
       {stored, [](HandEntry& e) { e.uncompressedSize = 3; }, SIZE_MAX, 0, StatusCrcError},  // size too short
-  };
-  for (const auto& row : rows) expectOutcome(row, &row - rows);
-}
-
-TEST_F(ReadingCore, BrokenDataEndsReadingWithItsStatus) {
-  const HandEntry stored = storedEntry("stored", sampleText(20000));
-  const HandEntry deflated = testing::deflatedEntry("deflated", sampleText(20000));
-  const DataChange rows[] = {
       {deflated, [](HandEntry& e) { e.data[0] = '\xFF'; }, SIZE_MAX, Z_DATA_ERROR, StatusOk},  // no block type 3
       {deflated, [](HandEntry& e) { e.data.resize(e.compressedSize /= 2); }, SIZE_MAX, Z_BUF_ERROR, StatusOk},
       {stored, [](HandEntry& e) { e.compressedSize = e.uncompressedSize = 100000; }, SIZE_MAX, StatusIoError,

@@ -10,8 +10,6 @@
 #include <string>
 #include <vector>
 
-#include <zlib.h>
-
 #include "support/temp_dir.h"
 #include "support/zip_records.h"
 
@@ -94,23 +92,8 @@ TEST_F(WritingCore, PeersReadBackEveryFieldAndByte) {
   EXPECT_EQ(readFile("judged.txt"), expected);
 }
 
-// A fresh raw deflate stream with the core's settings: the judge of the
-// core's one stream, which is reset between entries and set up again when
-// the level changes.
-std::string freshDeflate(const std::string& content, int level) {
-  z_stream stream{};
-  std::string out(deflateBound(&stream, content.size()) + 64, '\0');
-  EXPECT_EQ(deflateInit2(&stream, level, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY), Z_OK);
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(content.data()));
-  stream.avail_in = static_cast<uInt>(content.size());
-  stream.next_out = reinterpret_cast<Bytef*>(out.data());
-  stream.avail_out = static_cast<uInt>(out.size());
-  EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
-  out.resize(stream.total_out);
-  deflateEnd(&stream);
-  return out;
-}
-
+// The core's one deflate stream is reset between entries and set up again
+// when the level changes: each entry must read as a fresh stream's output.
 TEST_F(WritingCore, EveryEntryIsDeflatedAsByAFreshStream) {
   const std::vector<EntrySpec> entries = {
       {"first.txt", sampleText(30000), 6, 0, 0, 1},
@@ -125,7 +108,7 @@ TEST_F(WritingCore, EveryEntryIsDeflatedAsByAFreshStream) {
   ASSERT_EQ(parsed.entries.size(), entries.size());
   for (size_t i = 0; i < entries.size(); ++i) {
     if (entries[i].level == 0) continue;
-    EXPECT_EQ(parsed.entries[i].data, freshDeflate(entries[i].content, entries[i].level)) << entries[i].name;
+    EXPECT_EQ(parsed.entries[i].data, testing::rawDeflate(entries[i].content, entries[i].level)) << entries[i].name;
   }
 }
 
