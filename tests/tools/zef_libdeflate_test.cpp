@@ -1,7 +1,7 @@
-// zef's own compressor beside the library's: entries that differ from the
-// library's only in their compressed bytes, which zlib inflates to the same
-// content; --zlib for the library's archive byte for byte; and declared sizes
-// that never decide how much memory is taken.
+// zef's own compressor beside the library's: archives every peer reads at
+// every level, entries that differ from the library's only in their
+// compressed bytes, --zlib for the library's archive byte for byte, and
+// declared sizes that never decide how much memory is taken.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -28,7 +28,20 @@ constexpr bool UnderAddressSanitizer = false;
 
 namespace {
 
+using kxzef::testing::haveProgram;
 using kxzef::testing::runCommand;
+
+// Reads every entry of the archive $1 with Python's zipfile, CRC-32 checked,
+// and compares each file with the one below $2 it was made from.
+constexpr char PythonReadsBack[] =
+    "import os, sys, zipfile\n"
+    "archive = zipfile.ZipFile(sys.argv[1])\n"
+    "assert archive.testzip() is None\n"
+    "for entry in archive.infolist():\n"
+    "    if not entry.is_dir():\n"
+    "        with open(os.path.join(sys.argv[2], entry.filename[len('app/'):]), 'rb') as source:\n"
+    "            assert archive.read(entry) == source.read(), entry.filename\n";
+
 
 class ZefLibdeflate : public kxzef::testing::TempDirTest {
  protected:
@@ -71,6 +84,26 @@ class ZefLibdeflate : public kxzef::testing::TempDirTest {
     return readFile("library.zef");
   }
 };
+
+TEST_F(ZefLibdeflate, PeersReadTheArchiveAtEveryLevel) {
+  makeTree();
+  writeFile("reads_back.py", PythonReadsBack);
+  const bool haveUnzip = haveProgram("unzip"), haveBsdtar = haveProgram("bsdtar");
+  // Each level maps onto its own libdeflate level, or stores (0).
+  for (int level = 0; level <= 9; ++level) {
+    const std::string why = "level " + std::to_string(level);
+    ASSERT_EQ(zef("create -j 1 -" + std::to_string(level) + " a.zef tree=app"), 0) << why << readFile("zef.err");
+    EXPECT_EQ(runCommand("python3 reads_back.py a.zef tree"), 0) << why;
+    if (haveUnzip) {
+      EXPECT_EQ(runCommand("unzip -tq a.zef >/dev/null && unzip -q a.zef -d u && diff -r u/app tree"), 0) << why;
+    }
+    if (haveBsdtar) {
+      EXPECT_EQ(runCommand("mkdir b && bsdtar -xf a.zef -C b && diff -r b/app tree"), 0) << why;
+    }
+    ASSERT_EQ(runCommand("rm -rf u b a.zef"), 0);
+  }
+  if (!haveUnzip || !haveBsdtar) GTEST_SKIP() << "unzip or bsdtar missing: only Python's zipfile judged";
+}
 
 // Headers, names, times, modes and the text attribute are the library's;
 // only the deflated bytes (and so the offsets after them) differ.
