@@ -4,6 +4,9 @@
 // be read as a ratio to the work zlib cannot avoid. With "libdeflate" it
 // does the same with libdeflate at the level zef maps LEVEL to (one call per
 // file, one reused compressor and decompressor), the floor of zef's engine.
+// With "levels" in place of LEVEL it prints the size and CPU time of every
+// zlib level and every libdeflate level, the measurement zef's level table
+// is chosen from.
 #include <libdeflate.h>
 #include <zlib.h>
 
@@ -139,14 +142,36 @@ void measureLibdeflate(const std::vector<std::string>& files, int zlibLevel) {
               compressed, deflated - start, inflated - deflated, crcs);
 }
 
+// One line per level of each library: compressed bytes and deflate CPU seconds.
+void measureLevels(const std::vector<std::string>& files) {
+  constexpr int ZlibLevels = 9;
+  constexpr int LibdeflateLevels = 12;
+  for (int level = 1; level <= ZlibLevels; ++level) {
+    std::vector<std::string> streams;
+    const double start = cpuSeconds();
+    const size_t compressed = deflateAll(files, level, streams);
+    std::printf("zlib %d compressed %zu cpu %.4f\n", level, compressed, cpuSeconds() - start);
+  }
+  for (int level = 1; level <= LibdeflateLevels; ++level) {
+    std::vector<std::string> streams;
+    const double start = cpuSeconds();
+    const size_t compressed = libdeflateAll(files, level, streams);
+    std::printf("libdeflate %d compressed %zu cpu %.4f\n", level, compressed, cpuSeconds() - start);
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 3 && !(argc == 4 && std::string(argv[3]) == "libdeflate")) {
-    std::fprintf(stderr, "usage: kxzef_raw_zlib LEVEL FILE-LIST [libdeflate]\n");
+    std::fprintf(stderr, "usage: kxzef_raw_zlib LEVEL|levels FILE-LIST [libdeflate]\n");
     return 2;
   }
   const std::vector<std::string> files = readFiles(argv[2]);
+  if (std::string(argv[1]) == "levels") {
+    measureLevels(files);
+    return 0;
+  }
   size_t bytes = 0;
   for (const std::string& file : files) bytes += file.size();
   std::vector<std::string> streams;
