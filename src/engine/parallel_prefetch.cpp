@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 #include <utility>
@@ -205,7 +206,8 @@ const PrefetchedEntry* ParallelPrefetch::prepareHere(size_t index, const struct 
   FileDescriptor fd;
   struct stat file {};
   uint64_t capacity = 0;
-  if (!openEligible(sources_[index], limits_.largestFile, fd, file) || !sameFile(file, seen)) return nullptr;
+  const uint64_t largest = std::min(limits_.largestFile, limits_.largestWhole);
+  if (!openEligible(sources_[index], largest, fd, file) || !sameFile(file, seen)) return nullptr;
   const auto size = static_cast<uint64_t>(file.st_size);
   if (!sizeJob(here_, size, capacity) || !here_.output.reserve(capacity)) return nullptr;
   if (!runJob(here_, fd.get(), size, here_.output.data(), capacity, hereEntry_)) return nullptr;
@@ -242,13 +244,19 @@ void ParallelPrefetch::work() {
   }
 }
 
+// With libdeflate, a file too large to be held whole goes through zlib's
+// stream, as the run streams it when no worker has it ready.
+bool ParallelPrefetch::deflatesWhole(uint64_t fileSize) const {
+  return deflater_ == PrefetchDeflater::Whole && fileSize <= limits_.largestWhole;
+}
+
 // Readies `tools` for a file of `fileSize` bytes at the run's level and gives
 // the room its output may need. Any level but 0 deflates, as the run decides;
 // 0 stores.
 bool ParallelPrefetch::sizeJob(Tools& tools, uint64_t fileSize, uint64_t& capacity) {
   capacity = fileSize;
   if (level_ == 0) return true;
-  if (deflater_ == PrefetchDeflater::Whole) {
+  if (deflatesWhole(fileSize)) {
     if (!tools.whole.start(level_)) return false;
     capacity = tools.whole.bound(static_cast<size_t>(fileSize));
     return true;
@@ -262,7 +270,7 @@ bool ParallelPrefetch::sizeJob(Tools& tools, uint64_t fileSize, uint64_t& capaci
 bool ParallelPrefetch::runJob(Tools& tools, int fd, uint64_t fileSize, unsigned char* out, uint64_t capacity,
                               PrefetchedEntry& entry) {
   if (level_ == 0) return copyFile(fd, out, capacity, entry);
-  if (deflater_ == PrefetchDeflater::Whole) {
+  if (deflatesWhole(fileSize)) {
     return deflateWhole(fd, tools.input, fileSize, tools.whole, out, capacity, entry);
   }
   return deflateFile(fd, tools.stream.get(), tools.readBuffer.get(), out, capacity, entry);

@@ -1,13 +1,15 @@
 // zef's creation engine: worker threads read and compress plain files ahead
 // of the creation run, which copies their output into the archive in its own
 // order, so the archive is the one a single thread writes. With libdeflate
-// (PrefetchDeflater::Whole) every file within `largestFile` is deflated in
+// (PrefetchDeflater::Whole) every file within `largestWhole` is deflated in
 // one call, by a worker or, when none has it ready, by the calling thread in
 // take(), so the archive does not depend on the number of workers or their
-// timing; with zlib a file no worker has ready is left to the run. Workers
-// never call host code (they only read files and compress), and memory stays
-// bounded: finished data of at most `inFlightCap` bytes, one file's input and
-// output per thread, and files larger than `largestFile` are left to the run,
+// timing. Larger files, and every file with zlib, go through zlib's stream,
+// which gives the bytes the run writes itself: a file no worker has ready is
+// then left to the run. Workers never call host code (they only read files
+// and compress), and memory stays bounded: finished data of at most
+// `inFlightCap` bytes, one file's input and output per thread within
+// `largestWhole`, and files larger than `largestFile` are left to the run,
 // which streams them through zlib as always.
 #ifndef KXZEF_ENGINE_PARALLEL_PREFETCH_H
 #define KXZEF_ENGINE_PARALLEL_PREFETCH_H
@@ -31,12 +33,14 @@
 namespace kxzef {
 
 constexpr uint64_t DefaultInFlightCap = uint64_t{64} << 20;
-constexpr uint64_t DefaultLargestPrefetch = WholeEntryBudget;
+// Half the cap, so that two such files can be in flight at once.
+constexpr uint64_t DefaultLargestPrefetch = DefaultInFlightCap / 2;
 constexpr size_t SlotsPerWorker = 32;  // how many inputs each worker may run ahead of the run
 
 struct PrefetchLimits {
   uint64_t inFlightCap = DefaultInFlightCap;     // bytes of output buffers held at once
   uint64_t largestFile = DefaultLargestPrefetch; // larger files are never prefetched
+  uint64_t largestWhole = WholeEntryBudget;      // larger files are deflated by zlib's stream
 };
 
 // What deflates the files: zlib's stream, giving the bytes the run would
@@ -46,9 +50,9 @@ enum class PrefetchDeflater { Zlib, Whole };
 class ParallelPrefetch : public EntryPrefetch {
  public:
   // `workers` threads are started by begin() and stopped by end(). With 0,
-  // or when no thread can be started, take() deflates the file itself with
-  // Whole, and returns null with Zlib. `largestFile` must stay within
-  // WholeEntryBudget with Whole.
+  // or when no thread can be started, take() deflates a file within
+  // `largestWhole` itself with Whole, and returns null otherwise.
+  // `largestWhole` must stay within WholeEntryBudget.
   explicit ParallelPrefetch(unsigned workers, PrefetchLimits limits = PrefetchLimits{},
                             PrefetchDeflater deflater = PrefetchDeflater::Zlib);
   ~ParallelPrefetch() override;  // ends a run still going
@@ -85,6 +89,7 @@ class ParallelPrefetch : public EntryPrefetch {
     PrefetchedEntry entry;
   };
   void work();
+  bool deflatesWhole(uint64_t fileSize) const;
   bool sizeJob(Tools& tools, uint64_t fileSize, uint64_t& capacity);
   bool runJob(Tools& tools, int fd, uint64_t fileSize, unsigned char* out, uint64_t capacity,
               PrefetchedEntry& entry);

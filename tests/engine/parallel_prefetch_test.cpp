@@ -123,6 +123,7 @@ TEST_F(ParallelCreation, ArchiveDoesNotDependOnTheWorkers) {
       {1, 3, {}, "level 1 takes deflate's fast path"},
       {0, 2, {}, "level 0 stores: workers only read and checksum"},
       {6, 4, {96 << 10, 32 << 10}, "a cap smaller than the tree: workers wait and the run takes inputs back"},
+      {6, 2, {DefaultInFlightCap, 1 << 20, 4096}, "files over the whole limit: workers give zlib's stream"},
   };
   for (const auto& row : rows) {
     ParallelPrefetch prefetch(row.workers, row.limits);

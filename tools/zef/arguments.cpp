@@ -125,7 +125,7 @@ std::string helpText(const std::string& command) {
            "  -0 ... -9          compression level: 0 stores, 1-9 deflate (default 6)\n"
            "  -j N               compress on N threads (also --jobs N; default: the online\n"
            "                     CPUs). The archive and the messages are the same whatever\n"
-           "                     N is, and -j 1 starts no thread. Files over 8 MiB are\n"
+           "                     N is, and -j 1 starts no thread. Files over 32 MiB are\n"
            "                     compressed by the calling thread; at most 64 MiB of\n"
            "                     output waits to be written\n"
            "  --zlib             compress with zlib, as the library does, for the archive a\n"
