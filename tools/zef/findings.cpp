@@ -42,9 +42,11 @@ void sortByEntry(std::vector<AuditFinding>& findings) {
                    [](const AuditFinding& a, const AuditFinding& b) { return a.entryIndex < b.entryIndex; });
 }
 
+using PathIndex = std::unordered_map<std::string_view, size_t>;
+
 // The first non-directory entry a proper prefix of `key` names, or -1.
-int64_t nonDirectoryAbove(const std::string& key, const std::unordered_map<std::string, size_t>& nonDirectories) {
-  for (size_t slash = key.find('/'); slash != std::string::npos; slash = key.find('/', slash + 1)) {
+int64_t nonDirectoryAbove(std::string_view key, const PathIndex& nonDirectories) {
+  for (size_t slash = key.find('/'); slash != std::string_view::npos; slash = key.find('/', slash + 1)) {
     const auto found = nonDirectories.find(key.substr(0, slash));
     if (found != nonDirectories.end()) return static_cast<int64_t>(found->second);
   }
@@ -70,21 +72,25 @@ bool namesDirectory(const std::string& name) { return name.empty() || isSeparato
 std::vector<AuditFinding> escapeFindings(const AuditReport& report, bool foldCase) {
   const size_t count = report.entries.size();
   std::vector<AuditFinding> findings;
+  // Every key is made before the indexes point into them.
   std::vector<std::string> keys(count);
-  std::unordered_map<std::string, size_t> firstWithPath;
-  std::unordered_map<std::string, size_t> nonDirectories;
+  std::vector<bool> directories(count);
   for (size_t i = 0; i < count; ++i) {
-    const std::string name = libraryName(report.entries[i].name);
-    const int64_t index = static_cast<int64_t>(i);
     bool climbs = false;
+    const std::string name = libraryName(report.entries[i].name);
     keys[i] = pathKey(name, foldCase, climbs);
-    if (climbs) findings.push_back({FindingKind::ParentComponent, index, "contains a '..' component"});
+    directories[i] = namesDirectory(name);
+    if (climbs) findings.push_back({FindingKind::ParentComponent, static_cast<int64_t>(i), "contains a '..' component"});
+  }
+  PathIndex firstWithPath(2 * count);
+  PathIndex nonDirectories(2 * count);
+  for (size_t i = 0; i < count; ++i) {
     if (keys[i].empty()) continue;
-    const bool directory = namesDirectory(name);
+    const bool directory = directories[i];
     const auto [first, isNew] = firstWithPath.emplace(keys[i], i);
-    if (!isNew && !(directory && namesDirectory(libraryName(report.entries[first->second].name)))) {
+    if (!isNew && !(directory && directories[first->second])) {
       const bool sameName = report.entries[first->second].name == report.entries[i].name;
-      findings.push_back({FindingKind::NameCollision, index,
+      findings.push_back({FindingKind::NameCollision, static_cast<int64_t>(i),
                           sameName ? "appears twice in the archive"
                                    : "is written to the same path as " + quotedEntry(report, first->second)});
     }
