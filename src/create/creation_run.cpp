@@ -151,9 +151,11 @@ Flow CreationRun::addEntry(const std::string& key, const ZEFEntryRecord& entry, 
   transform_ = context_.transformRules != nullptr ? findTransform(context_.transformRules, source_.c_str()) : nullptr;
   std::string dest = withForwardSlashes(record.destination);
   // One stat serves the entry's time and the type check below; the path is
-  // looked up again only where that could give a different answer.
-  struct stat followed;
-  const bool known = fileTimeExaminesWholePath(source_.c_str()) && stat(source_.c_str(), &followed) == 0;
+  // looked up again only where that could give a different answer. The
+  // lstat a moment ago is that stat unless the path ends in a link.
+  struct stat followed = first;
+  const bool known = fileTimeExaminesWholePath(source_.c_str()) &&
+                     (!S_ISLNK(first.st_mode) || stat(source_.c_str(), &followed) == 0);
   ZipEntryInfo info = fileInformation(source_, first, known ? &followed : nullptr);
 
   if ((result = openInput(source_, first, known ? &followed : nullptr)) != StatusOk) return Flow::ReturnNow;
