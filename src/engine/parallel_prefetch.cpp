@@ -44,16 +44,21 @@ class FileDescriptor {
   int fd_ = -1;
 };
 
-// Opens `path` when it is a regular file of 1 to `largest` bytes. A link, a
-// FIFO or a device is never opened: they are the run's to handle.
-bool openEligible(const std::string& path, uint64_t largest, FileDescriptor& fd, struct stat& file) {
-  struct stat named {};
-  if (lstat(path.c_str(), &named) != 0 || !S_ISREG(named.st_mode)) return false;
-  if (named.st_size <= 0 || static_cast<uint64_t>(named.st_size) > largest) return false;
+// Opens `path` when `named`, its lstat, shows a regular file of 1 to
+// `largest` bytes, and it still is that file. A link, a FIFO or a device is
+// never opened: they are the run's to handle.
+bool openNamed(const std::string& path, const struct stat& named, uint64_t largest, FileDescriptor& fd,
+               struct stat& file) {
+  if (!S_ISREG(named.st_mode) || named.st_size <= 0 || static_cast<uint64_t>(named.st_size) > largest) return false;
   fd.reset(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (fd.get() < 0 || fstat(fd.get(), &file) != 0) return false;
   return S_ISREG(file.st_mode) && file.st_dev == named.st_dev && file.st_ino == named.st_ino &&
          file.st_size == named.st_size;
+}
+
+bool openEligible(const std::string& path, uint64_t largest, FileDescriptor& fd, struct stat& file) {
+  struct stat named {};
+  return lstat(path.c_str(), &named) == 0 && openNamed(path, named, largest, fd, file);
 }
 
 ssize_t readSome(int fd, unsigned char* into, size_t size) {
@@ -88,25 +93,28 @@ bool deflateFile(int fd, z_stream& stream, unsigned char* readBuffer, unsigned c
   return true;
 }
 
-// Reads all of `fd` into `out`, which has room for `capacity` bytes; false
-// when a read fails, the file is empty, or it holds more (it grew).
-bool readWhole(int fd, unsigned char* out, uint64_t capacity, uint64_t& total) {
+// Reads all of `fd`, a regular file of `expected` bytes when it was opened,
+// into `out`, which has room for one byte more. Each read asks for that one
+// byte more, so a read that stops short at `expected` bytes has met the end
+// and no read is spent on finding nothing; false when a read fails, the file
+// is empty, or it holds more (it grew).
+bool readWhole(int fd, unsigned char* out, uint64_t expected, uint64_t& total) {
   total = 0;
   for (;;) {
-    unsigned char probe = 0;  // a full buffer only proves the file ended when the next read finds nothing
-    const bool full = total == capacity;
-    const ssize_t count = full ? readSome(fd, &probe, 1) : readSome(fd, out + total, capacity - total);
-    if (count < 0 || (full && count > 0)) return false;
+    const ssize_t count = readSome(fd, out + total, expected + 1 - total);
+    if (count < 0) return false;
     if (count == 0) break;
     total += static_cast<uint64_t>(count);
+    if (total > expected) return false;
+    if (total == expected) break;
   }
   return total != 0;
 }
 
 // Reads all of `fd` into `out` as it is, for stored entries.
-bool copyFile(int fd, unsigned char* out, uint64_t capacity, PrefetchedEntry& entry) {
+bool copyFile(int fd, unsigned char* out, uint64_t fileSize, PrefetchedEntry& entry) {
   uint64_t total = 0;
-  if (!readWhole(fd, out, capacity, total)) return false;
+  if (!readWhole(fd, out, fileSize, total)) return false;
   const uLong crc = crc32(crc32(0, Z_NULL, 0), out, static_cast<uInt>(total));
   entry = PrefetchedEntry{out, total, total, static_cast<uint32_t>(crc), false};
   return true;
@@ -117,7 +125,7 @@ bool copyFile(int fd, unsigned char* out, uint64_t capacity, PrefetchedEntry& en
 bool deflateWhole(int fd, WholeBuffer& input, uint64_t fileSize, WholeDeflater& deflater, unsigned char* out,
                   uint64_t capacity, PrefetchedEntry& entry) {
   uint64_t total = 0;
-  if (!input.reserve(fileSize) || !readWhole(fd, input.data(), fileSize, total)) return false;
+  if (!input.reserve(fileSize + 1) || !readWhole(fd, input.data(), fileSize, total)) return false;
   const size_t size = deflater.compress(input.data(), total, out, capacity);
   if (size == 0) return false;
   entry = PrefetchedEntry{out, size, total, wholeCrc(input.data(), total), zlibJudgesText(input.data(), total)};
@@ -207,7 +215,8 @@ const PrefetchedEntry* ParallelPrefetch::prepareHere(size_t index, const struct 
   struct stat file {};
   uint64_t capacity = 0;
   const uint64_t largest = std::min(limits_.largestFile, limits_.largestWhole);
-  if (!openEligible(sources_[index], largest, fd, file) || !sameFile(file, seen)) return nullptr;
+  // The run's own lstat a moment ago stands for the one a worker makes.
+  if (!openNamed(sources_[index], seen, largest, fd, file) || !sameFile(file, seen)) return nullptr;
   const auto size = static_cast<uint64_t>(file.st_size);
   if (!sizeJob(here_, size, capacity) || !here_.output.reserve(capacity)) return nullptr;
   if (!runJob(here_, fd.get(), size, here_.output.data(), capacity, hereEntry_)) return nullptr;
@@ -254,7 +263,7 @@ bool ParallelPrefetch::deflatesWhole(uint64_t fileSize) const {
 // the room its output may need. Any level but 0 deflates, as the run decides;
 // 0 stores.
 bool ParallelPrefetch::sizeJob(Tools& tools, uint64_t fileSize, uint64_t& capacity) {
-  capacity = fileSize;
+  capacity = fileSize + 1;  // stored as it is, with room for readWhole's byte more
   if (level_ == 0) return true;
   if (deflatesWhole(fileSize)) {
     if (!tools.whole.start(level_)) return false;
@@ -269,7 +278,7 @@ bool ParallelPrefetch::sizeJob(Tools& tools, uint64_t fileSize, uint64_t& capaci
 // `fileSize` is the size the file had when it was opened; one that grew since fails.
 bool ParallelPrefetch::runJob(Tools& tools, int fd, uint64_t fileSize, unsigned char* out, uint64_t capacity,
                               PrefetchedEntry& entry) {
-  if (level_ == 0) return copyFile(fd, out, capacity, entry);
+  if (level_ == 0) return copyFile(fd, out, fileSize, entry);
   if (deflatesWhole(fileSize)) {
     return deflateWhole(fd, tools.input, fileSize, tools.whole, out, capacity, entry);
   }
