@@ -28,6 +28,15 @@ namespace {
 constexpr size_t QueuedPerWorker = 64;
 constexpr uint32_t WorkerBufferSize = 64 << 10;
 constexpr mode_t NewFileMode = 0666;  // less the umask, as fopen creates files
+constexpr mode_t PermissionBits = 0777;
+constexpr mode_t ChmodBits = 07777;
+
+// Read on the calling thread before any worker starts, and put back at once.
+mode_t processUmask() {
+  const mode_t mask = umask(0);
+  umask(mask);
+  return mask;
+}
 
 bool writeAll(int fd, const unsigned char* bytes, size_t length) {
   while (length > 0) {
@@ -40,23 +49,39 @@ bool writeAll(int fd, const unsigned char* bytes, size_t length) {
   return true;
 }
 
-int createTarget(const std::string& target) {
-  return open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NewFileMode);
+// An open target, and whether it was made with the entry's mode.
+struct Target {
+  int fd = -1;
+  bool hasMode = false;
+};
+
+// A new file made with the entry's permission bits has its mode at once when
+// the umask takes none of them away, which spares fchmod. Set-ID bits and a
+// name already taken go the driver's way: created or truncated as fopen
+// does, the mode given afterwards.
+Target createTarget(const FileJob& job, mode_t umaskBits) {
+  const mode_t mode = static_cast<mode_t>(job.mode) & ChmodBits;
+  if ((mode & ~PermissionBits) == 0 && (mode & umaskBits) == 0) {
+    const int fd = open(job.target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    if (fd >= 0 || errno != EEXIST) return Target{fd, true};
+  }
+  return Target{open(job.target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, NewFileMode), false};
 }
 
 // The time and mode the driver gives a file by its name, given here through
 // the open file, which spares the kernel two lookups of the path. A time
 // that cannot be set is passed over, as the driver passes it over.
-bool finishTarget(int fd, const FileJob& job) {
+bool finishTarget(const Target& target, const FileJob& job) {
   const auto seconds = static_cast<time_t>(localTimeSeconds(job.modified));
   const timespec times[2] = {{seconds, 0}, {seconds, 0}};
-  futimens(fd, times);
-  return fchmod(fd, static_cast<mode_t>(job.mode)) == 0;
+  futimens(target.fd, times);
+  return target.hasMode || fchmod(target.fd, static_cast<mode_t>(job.mode)) == 0;
 }
 
 // The current entry's data into the job's target, created or truncated.
-bool inflateInto(UnzipArchive& core, const FileJob& job, unsigned char* buffer) {
-  const int fd = createTarget(job.target);
+bool inflateInto(UnzipArchive& core, const FileJob& job, unsigned char* buffer, mode_t umaskBits) {
+  const Target target = createTarget(job, umaskBits);
+  const int fd = target.fd;
   if (fd < 0) return false;
   bool ok = true;
   for (;;) {
@@ -70,7 +95,7 @@ bool inflateInto(UnzipArchive& core, const FileJob& job, unsigned char* buffer) 
       break;
     }
   }
-  ok = ok && finishTarget(fd, job);
+  ok = ok && finishTarget(target, job);
   return close(fd) == 0 && ok;
 }
 
@@ -87,7 +112,7 @@ bool inflatedWhole(const EntryInfo& info) {
 // The current entry read raw, inflated in one call and checked against its
 // CRC before `job.target` is created, so that nothing is written from data
 // that fails.
-bool ParallelExtract::writeWhole(Tools& tools, const FileJob& job) {
+bool ParallelExtract::writeWhole(Tools& tools, const FileJob& job, mode_t umaskBits) {
   const auto compressed = static_cast<size_t>(job.compressedSize);
   const auto size = static_cast<size_t>(job.uncompressedSize);
   // Room for one byte at least, so that an empty entry has somewhere to go.
@@ -100,10 +125,10 @@ bool ParallelExtract::writeWhole(Tools& tools, const FileJob& job) {
   if (!tools.whole.inflate(tools.compressed.data(), compressed, out, size) || wholeCrc(out, size) != job.crc) {
     return false;
   }
-  const int fd = createTarget(job.target);
-  if (fd < 0) return false;
-  const bool written = writeAll(fd, out, size) && finishTarget(fd, job);
-  return close(fd) == 0 && written;
+  const Target target = createTarget(job, umaskBits);
+  if (target.fd < 0) return false;
+  const bool written = writeAll(target.fd, out, size) && finishTarget(target, job);
+  return close(target.fd) == 0 && written;
 }
 
 // One job, step by step as the driver takes them.
@@ -120,16 +145,16 @@ bool ParallelExtract::writeFile(Tools& tools, const FileJob& job) const {
     return false;
   }
   if (inflater_ == ExtractInflater::Whole && inflatedWhole(info)) {
-    if (!writeWhole(tools, job)) return false;
+    if (!writeWhole(tools, job, umask_)) return false;
   } else if (core.openCurrentEntry(nullptr, nullptr, 0) != StatusOk ||
-             !inflateInto(core, job, tools.buffer.get())) {
+             !inflateInto(core, job, tools.buffer.get(), umask_)) {
     return false;
   }
   return core.closeCurrentEntry() == StatusOk;
 }
 
 ParallelExtract::ParallelExtract(unsigned workers, std::string archivePath, ExtractInflater inflater)
-    : workerCount_(workers), archivePath_(std::move(archivePath)), inflater_(inflater) {}
+    : workerCount_(workers), archivePath_(std::move(archivePath)), inflater_(inflater), umask_(processUmask()) {}
 
 ParallelExtract::~ParallelExtract() { end(); }
 

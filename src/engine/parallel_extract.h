@@ -11,6 +11,8 @@
 #ifndef KXZEF_ENGINE_PARALLEL_EXTRACT_H
 #define KXZEF_ENGINE_PARALLEL_EXTRACT_H
 
+#include <sys/types.h>
+
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -66,13 +68,14 @@ class ParallelExtract : public FileDispatch {
   bool handHere(const FileJob& job);
   bool openTools(Tools& tools) const;
   bool writeFile(Tools& tools, const FileJob& job) const;
-  static bool writeWhole(Tools& tools, const FileJob& job);
+  static bool writeWhole(Tools& tools, const FileJob& job, mode_t umaskBits);
   void collect();
   Slot& slotFor(uint64_t number) { return slots_[number % slots_.size()]; }
 
   const unsigned workerCount_;
   const std::string archivePath_;
   const ExtractInflater inflater_;
+  const mode_t umask_;  // spares fchmod where a new file gets its mode as it is made
   std::unique_ptr<Tools> here_;  // the calling thread's, without workers
   std::vector<Slot> slots_;
   std::vector<std::thread> threads_;

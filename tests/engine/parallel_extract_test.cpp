@@ -88,6 +88,8 @@ TEST_F(ParallelExtraction, TreeIsTheOneTheDriverMakesAlone) {
     const std::string name = "app/d" + std::to_string(i % 9) + "/f" + std::to_string(i);
     tree.push_back(file(name, testing::sampleText(40 + static_cast<size_t>(i) * 97), i % 4 == 0 ? 0750 : 0640));
   }
+  tree.push_back(file("app/open-to-all", "bits the umask takes away", 0666));
+  tree.push_back(file("app/set-id", "bits beyond the permissions", 04750));
   tree.push_back(testing::linkEntry("app/latest", "d1/f1"));
   tree.push_back(file("app/after-link", "written after the link"));
   const struct {
