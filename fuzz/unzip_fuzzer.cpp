@@ -67,6 +67,19 @@ void require(bool promise) {
 
 char largeBuffer[65536 + 2];
 
+// The entry opened raw again and read whole in one call, as zef's engine reads it.
+void readWholeRaw(UnzipArchive& archive) {
+  EntryInfo info{};
+  if (archive.getCurrentEntryInfo(&info, nullptr, 0, nullptr, 0, nullptr, 0) != StatusOk ||
+      info.compressedSize > sizeof largeBuffer || archive.openCurrentEntry(nullptr, nullptr, 1) != StatusOk) {
+    return;
+  }
+  const int status = archive.readWholeRawEntry(largeBuffer, info.compressedSize);
+  require(status == StatusOk || status == StatusIoError);
+  if (status == StatusOk) require(archive.readCurrentEntry(largeBuffer, 1) == 0);
+  archive.closeCurrentEntry();
+}
+
 void readEntryToItsEnd(UnzipArchive& archive, uint64_t index, uint64_t& budget) {
   int method = -1;
   int level = -1;
@@ -89,6 +102,7 @@ void readEntryToItsEnd(UnzipArchive& archive, uint64_t index, uint64_t& budget) 
   const int atEnd = archive.atEndOfCurrentEntry();
   require(atEnd == 0 || atEnd == 1);
   archive.closeCurrentEntry();
+  readWholeRaw(archive);
 }
 
 // What the walk remembers of its first entries, to come back to them.
