@@ -4,6 +4,8 @@
 
 #include <zlib.h>
 
+#include <random>
+
 namespace kxzef::testing {
 
 namespace {
@@ -40,6 +42,13 @@ std::string sampleText(size_t size) {
   std::string text;
   for (size_t i = 0; text.size() < size; ++i) text += "line " + std::to_string(i * 7919 % 10007) + "\n";
   return text.substr(0, size);
+}
+
+std::string noise(uint32_t seed, size_t size) {
+  std::mt19937 generator(seed);
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(generator());
+  return bytes;
 }
 
 uint32_t crcOf(const std::string& content) {

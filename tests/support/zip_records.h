@@ -51,6 +51,8 @@ HandEntry linkEntry(const std::string& name, const std::string& target);
 // Lines of numbers: text that deflates, but not so well that a large one fits
 // in one input block.
 std::string sampleText(size_t size);
+// Bytes deflate cannot shrink, the same for the same seed.
+std::string noise(uint32_t seed, size_t size);
 uint32_t crcOf(const std::string& content);
 
 // `content` as zlib deflates it at `level` in a raw stream of its own.

@@ -32,13 +32,6 @@ bool zlibSaysText(const std::string& bytes, int level) {
   return text;
 }
 
-std::string noise(size_t size) {
-  std::mt19937 generator(3);
-  std::string bytes(size, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(generator());
-  return bytes;
-}
-
 // Text (bytes from 32 up) that deflate finds few matches in, so that its
 // first block ends soon after 16,383 bytes.
 std::string letters(size_t size) {
@@ -49,10 +42,7 @@ std::string letters(size_t size) {
 }
 
 TEST(WholeDeflate, TextVerdictIsZlibs) {
-  const struct {
-    std::string bytes;
-    const char* why;
-  } rows[] = {
+  const struct { std::string bytes; const char* why; } rows[] = {
       {"plain words\n", "printable bytes and a line feed"},
       {"\t\r\n", "the three text controls alone"},
       {std::string("a\0b", 3), "a NUL is on the block list"},
@@ -61,7 +51,7 @@ TEST(WholeDeflate, TextVerdictIsZlibs) {
       {"", "nothing at all: binary"},
       {"caf\xc3\xa9 \xff", "bytes from 128 up count as text"},
       {testing::sampleText(50000) + std::string(1, '\0'), "a NUL inside zlib's first block, stretched by matches"},
-      {noise(20000), "noise holds listed bytes at once"},
+      {testing::noise(3, 20000), "noise holds listed bytes at once"},
       {letters(16382) + std::string(1, '\x01') + letters(100), "a listed byte among the bytes zlib always judges"},
   };
   for (const auto& row : rows) {
@@ -81,7 +71,7 @@ TEST(WholeDeflate, TextVerdictJudgesBytesPastZlibsFirstBlock) {
 }
 
 TEST(WholeDeflate, OutputInflatesToTheInputAtEveryLevel) {
-  const std::string input = testing::sampleText(200000) + noise(30000);
+  const std::string input = testing::sampleText(200000) + testing::noise(3, 30000);
   WholeDeflater deflater;
   for (int level = 1; level <= 9; ++level) {
     ASSERT_TRUE(deflater.start(level));

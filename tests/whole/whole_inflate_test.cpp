@@ -17,12 +17,7 @@ const unsigned char* bytesOf(const std::string& text) { return reinterpret_cast<
 TEST(WholeInflate, OnlyAStreamEndingAtTheDeclaredSizeCounts) {
   const std::string content = testing::sampleText(70000);
   const std::string stream = testing::deflatedEntry("x", content).data;
-  const struct {
-    std::string input;
-    size_t declared;
-    bool inflated;
-    const char* why;
-  } rows[] = {
+  const struct { std::string input; size_t declared; bool inflated; const char* why; } rows[] = {
       {stream, content.size(), true, "sound, and the size it declares"},
       {stream + "trailing bytes", content.size(), true, "bytes after the stream's end: ignored, as zlib does"},
       {stream, content.size() - 1, false, "runs past the declared size"},

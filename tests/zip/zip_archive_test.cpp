@@ -22,12 +22,6 @@ using testing::sampleText;
 constexpr uint64_t RegularFile644 = 0100644u << 16;
 constexpr uint64_t Link777 = 0120777u << 16;
 
-std::string binary(size_t size, uint32_t seed) {
-  std::string bytes(size, '\0');
-  for (char& byte : bytes) byte = static_cast<char>((seed = seed * 1103515245u + 12345u) >> 24);
-  return bytes;
-}
-
 // level: deflated unless 0, as the creation run does it; flags: expected in both headers.
 struct EntrySpec {
   std::string name, content;
@@ -61,11 +55,11 @@ std::vector<EntrySpec> mixedEntries() {
       {"empty", "", 0, 0, 0, 0},  // stored, 0 bytes: CRC and both sizes 0
       {"empty-deflated", "", 6, 0, 0, 0},
       {"docs/readme.txt", sampleText(20000), 6, 0, 0, 1},  // deflated text is marked as text
-      {"bin/data.bin", binary(40000, 1), 9, 2, 4, 4, 0100755u << 16},  // binary keeps the caller's value
+      {"bin/data.bin", testing::noise(1, 40000), 9, 2, 4, 4, 0100755u << 16},  // binary keeps the caller's value
       {"stored.txt", sampleText(50000), 0, 0, 0, 0},  // only deflate classifies
-      {"big/mixed.dat", binary(300000, 7) + sampleText(300000), 1, 6, 0, 0},  // judged by its binary first block
+      {"big/mixed.dat", testing::noise(7, 300000) + sampleText(300000), 1, 6, 0, 0},  // judged by its binary first block
       {"fast.txt", sampleText(70000), 2, 4, 0, 1},
-      {"default.bin", binary(1000, 3), -1, 0, 0, 0},
+      {"default.bin", testing::noise(3, 1000), -1, 0, 0, 0},
   };
 }
 
@@ -97,7 +91,7 @@ TEST_F(WritingCore, PeersReadBackEveryFieldAndByte) {
 TEST_F(WritingCore, EveryEntryIsDeflatedAsByAFreshStream) {
   const std::vector<EntrySpec> entries = {
       {"first.txt", sampleText(30000), 6, 0, 0, 1},
-      {"same-level.bin", binary(20000, 2), 6, 0, 0, 0},  // right after text: nothing of it may linger
+      {"same-level.bin", testing::noise(2, 20000), 6, 0, 0, 0},  // right after text: nothing of it may linger
       {"faster.txt", sampleText(5000), 1, 6, 0, 1},
       {"back-to-six.txt", sampleText(30000), 6, 0, 0, 1},  // the same text as the first entry
       {"empty", "", 6, 0, 0, 0},
@@ -171,7 +165,7 @@ TEST_F(WritingCore, FailedWriteIsReportedByTheStepThatWrites) {
       {40000, Large + 12 + 47 + 10, CloseArchive, "the end record"},
   };
   for (const auto& row : rows) {
-    const std::string content = binary(row.size, 5);
+    const std::string content = testing::noise(5, row.size);
     int status = StatusOk;
     int step = OpenEntry;
     {
