@@ -92,10 +92,7 @@ TEST_F(ParallelExtraction, TreeIsTheOneTheDriverMakesAlone) {
   tree.push_back(file("app/set-id", "bits beyond the permissions", 04750));
   tree.push_back(testing::linkEntry("app/latest", "d1/f1"));
   tree.push_back(file("app/after-link", "written after the link"));
-  const struct {
-    std::vector<HandEntry> entries;
-    const char* why;
-  } rows[] = {
+  const struct { std::vector<HandEntry> entries; const char* why; } rows[] = {
       {tree, "directories, links, modes and times, files in many directories"},
       {{file("d/x", "first"), file("d/y", "other"), file("D/X", "second")},
        "a name given twice (up to case): the later file is written after the earlier"},
@@ -137,11 +134,7 @@ TEST_F(ParallelExtraction, FirstFailureInArchiveOrderIsTheOneReported) {
   runsLong.uncompressedSize -= 1;
   HandEntry endsEarly = file("f/ends-early", testing::sampleText(5000));
   endsEarly.uncompressedSize += 1;
-  const struct {
-    size_t at;
-    HandEntry broken;
-    const char* why;
-  } rows[] = {
+  const struct { size_t at; HandEntry broken; const char* why; } rows[] = {
       {0, badCrc, "a CRC that does not match in the very first file"},
       {39, badCrc, "after every other file was handed over"},
       {20, badData, "data that does not inflate"},
@@ -167,14 +160,6 @@ TEST_F(ParallelExtraction, FirstFailureInArchiveOrderIsTheOneReported) {
       fs::remove_all("out");
     }
   }
-}
-
-TEST_F(ParallelExtraction, WithoutWorkersZlibLeavesEverythingToTheDriver) {
-  const std::vector<HandEntry> entries{file("a/b", "content")};
-  ParallelExtract engine(0, "in.zef");
-  const Extracted extracted = extract(entries, &engine);
-  EXPECT_EQ(extracted.status, 0);
-  EXPECT_EQ(testing::TempDirTest::readFile("out/a/b"), "content");
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -29,14 +28,6 @@ struct RunResult {
   std::string bytes;
 };
 
-// Bytes deflate cannot shrink, the same for the same seed.
-std::string noise(unsigned seed, size_t size) {
-  std::mt19937 generator(seed);
-  std::string bytes(size, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(generator());
-  return bytes;
-}
-
 struct stat statOf(const std::string& path) {
   struct stat status {};
   EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
@@ -54,11 +45,11 @@ class ParallelCreation : public testing::TempDirTest {
       char name[32];
       std::snprintf(name, sizeof name, "tree/small/f%03d", i);
       const size_t size = 100 + static_cast<size_t>(i) * 29;
-      writeFile(name, i % 3 == 0 ? noise(static_cast<unsigned>(i), size) : testing::sampleText(size));
+      writeFile(name, i % 3 == 0 ? testing::noise(static_cast<unsigned>(i), size) : testing::sampleText(size));
       inputs[name] = ZEFEntryRecord();
     }
     writeFile("tree/large/text", testing::sampleText(600 << 10));
-    writeFile("tree/large/noise", noise(7, 300 << 10));
+    writeFile("tree/large/noise", testing::noise(7, 300 << 10));
     writeFile("outside/target", "reached through the link");
     EXPECT_EQ(mkdir("tree/empty", 0750), 0);
     EXPECT_EQ(symlink("../outside/target", "tree/link"), 0);
@@ -113,12 +104,7 @@ class ParallelCreation : public testing::TempDirTest {
 // at the run's level.
 TEST_F(ParallelCreation, ArchiveDoesNotDependOnTheWorkers) {
   const ZEFEntryMap inputs = makeTree();
-  const struct {
-    int level;
-    unsigned workers;
-    PrefetchLimits limits;
-    const char* why;
-  } rows[] = {
+  const struct { int level; unsigned workers; PrefetchLimits limits; const char* why; } rows[] = {
       {6, 2, {}, "the default level"},
       {1, 3, {}, "level 1 takes deflate's fast path"},
       {0, 2, {}, "level 0 stores: workers only read and checksum"},
@@ -193,11 +179,8 @@ TEST_F(Prefetch, InputsItMustNotTakeAreLeftToTheRun) {
   ASSERT_EQ(mkdir("directory", 0755), 0);
   ASSERT_EQ(symlink("file", "link"), 0);
   ASSERT_EQ(mkfifo("fifo", 0644), 0);
-  const struct {
-    const char* source;
-    const char* seen;  // what the run found at its own look
-    const char* why;
-  } rows[] = {
+  // seen: what the run found at its own look
+  const struct { const char* source; const char* seen; const char* why; } rows[] = {
       {"file", "other", "the run saw another file there"},
       {"empty", "empty", "empty: the run reports it"},
       {"large", "large", "over the size limit: the run streams it"},
@@ -217,14 +200,6 @@ TEST_F(Prefetch, InputsItMustNotTakeAreLeftToTheRun) {
     }
     prefetch.end();
   }
-}
-
-TEST_F(Prefetch, WithoutWorkersZlibPreparesNothing) {
-  writeFile("a", "alpha");
-  ParallelPrefetch prefetch(0);
-  prefetch.begin({"a"}, 6);
-  EXPECT_EQ(prefetch.take(0, statOf("a")), nullptr);
-  prefetch.end();
 }
 
 }  // namespace
