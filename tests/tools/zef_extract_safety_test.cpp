@@ -83,17 +83,12 @@ const char Trustable[] = "refused for 1 finding; nothing was extracted (--trust 
 // `out` is the absolute path of a directory beside the destination.
 std::vector<HostileCase> hostileCases(const std::string& out) {
   const HandEntry encrypted = edited(storedEntry("e.txt", "ciphertext"), [](HandEntry& e) { e.flags = 1; });
-  const HandEntry cut = edited(kxzef::testing::deflatedEntry("t.bin", kxzef::testing::sampleText(4000)),
-                               [](HandEntry& e) { e.data.resize(e.compressedSize /= 2); });
-  const HandEntry lzma = edited(storedEntry("a.txt", "x"), [](HandEntry& e) { e.method = 14; });
   // clang-format off
   return {
       {"a parent component climbs out", buildArchive({storedEntry("../x", "up")}), "",
        {"'../x' contains a '..' component", Refused}},
       {"an absolute name", buildArchive({storedEntry("/abs/x", "root")}), "",
        {"'/abs/x' is an absolute path", Trustable}},
-      {"backslashes climb out where they are separators", buildArchive({storedEntry("..\\..\\x", "up")}), "--trust",
-       {"'..\\\\..\\\\x' contains a '..' component", Refused}},
       {"a file written through a link entry", buildArchive({linkEntry("d", out), storedEntry("d/evil", "x")}), "",
        {"'d/evil' passes through the link entry 'd'", Refused}},
       {"a directory made through a link entry, trusted",
@@ -106,19 +101,11 @@ std::vector<HostileCase> hostileCases(const std::string& out) {
       {"eight records extract one local entry eight times", sharingOneHeader(), "",
        {"'copy7' shares its local header with 'copy0'",
         "refused for 14 findings; nothing was extracted (--trust extracts it anyway)"}},
-      {"the end record hides entries", countingFewer(), "",
-       {"the end record counts 1 entry, the directory holds 3", Trustable}},
       {"the end record hides entries, trusted", countingFewer(), "--trust",
        {"'b' was not extracted: the end record counts 1 entry, the directory holds 3; nothing was installed"}},
       {"encrypted data would be written as ciphertext", buildArchive({encrypted}), "",
        {"'e.txt' is encrypted", Trustable}},
-      {"LZMA data cannot be read", buildArchive({lzma}), "--trust",
-       {"'a.txt' uses LZMA, which is not supported; nothing was installed"}},
-      {"a set-user-ID program", buildArchive({withMode(storedEntry("s", "#!/bin/sh\n"), 0104755)}), "",
-       {"'s' has the set-user-ID bit", Trustable}},
       {"a wrong CRC", buildArchive({badCrc()}), "", {"'b.bin' failed its CRC check; nothing was installed"}},
-      {"data that ends before its declared size", buildArchive({cut}), "",
-       {"'t.bin' ends before its declared size; nothing was installed"}},
   };
   // clang-format on
 }
@@ -270,12 +257,7 @@ TEST_F(ZefExtractSafety, TerminationWhileAskingRemovesTheStagingDirectory) {
 TEST_F(ZefExtractSafety, ReadCommandsReportEveryProblemWithExitOne) {
   writeFile("crc.zef", buildArchive({badCrc()}));
   writeFile("up.zef", buildArchive({storedEntry("../x", "up"), storedEntry("big", std::string(2048, 'x'))}));
-  const struct {
-    const char* arguments;
-    int status;
-    const char* out;
-    const char* err;
-  } rows[] = {
+  const struct { const char* arguments; int status; const char* out; const char* err; } rows[] = {
       {"check crc.zef", 0, "crc.zef: 1 entry, no findings\n", ""},
       {"test crc.zef", 1, "'b.bin' failed its CRC check\n", "zef: crc.zef: 0 findings, 1 entry failed in 1 entry\n"},
       {"check up.zef --max-size=1K", 1,

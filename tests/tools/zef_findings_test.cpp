@@ -38,11 +38,7 @@ const std::string TooLarge = "total size over the limit";
 TEST(ZefFindings, EscapesAreFoundAsTheLibraryWouldWriteTheNames) {
   const std::string nul("a\0/../../x", 10);
   const std::string longName = std::string(255, 'a') + "/../x";  // the library keeps 256 bytes: "a...a/"
-  const struct {
-    const char* reason;
-    std::vector<std::string> names;
-    std::string found;
-  } rows[] = {
+  const struct { const char* reason; std::vector<std::string> names; std::string found; } rows[] = {
       {"a plain tree", {"app/", "app/bin/run", "app/etc/"}, ""},
       {"\"..\" as a whole component only", {"a/..b", "..c", "b../d"}, ""},
       {"backslashes separate for the directory maker", {"..\\x"}, "0:" + Climbs},
