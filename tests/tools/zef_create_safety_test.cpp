@@ -63,10 +63,7 @@ TEST_F(ZefCreateSafety, RefusalsWriteNothing) {
   std::string deepPath;
   while (deepPath.size() < 4096) deepPath += "d/";
   const std::string special = "; only files, directories and links can be archived\n";
-  const struct {
-    const char* reason;
-    std::string arguments, archive, message;
-  } rows[] = {
+  const struct { const char* reason; std::string arguments, archive, message; } rows[] = {
       {"an empty file below a directory", "old.zef notes", "old.zef",
        "zef: notes/empty.txt: empty file (an archive entry must have content)\n"},
       {"every problem listed, in order", "old.zef nothere notes/empty.txt gone", "old.zef",
@@ -140,11 +137,7 @@ TEST_F(ZefCreateSafety, FileSizeLimitKeepsThePreviousArchive) {
   writeFile("small", "small");
   ASSERT_EQ(create("old.zef small"), 0);
   const std::string old = readFile("old.zef");
-  const struct {
-    const char* reason;
-    uintmax_t limit;
-    std::string closing;
-  } rows[] = {
+  const struct { const char* reason; uintmax_t limit; std::string closing; } rows[] = {
       {"the writer sees the failure", 1000,
        "zef: could not create 'old.zef': 'data' could not be stored: the archive reached the file size limit of 1000 "
        "bytes; the previous archive is unchanged\n"},

@@ -40,10 +40,8 @@ class ZefParallel : public kxzef::testing::TempDirTest {
 
 TEST_F(ZefParallel, CreateWritesTheSameArchiveOnAnyNumberOfThreads) {
   makeTree();
-  const struct {
-    const char* options;
-    const char* single;  // the same run on the calling thread alone
-  } rows[] = {
+  // single: the same run on the calling thread alone
+  const struct { const char* options; const char* single; } rows[] = {
       {"-j 2", "-j 1"},
       {"--jobs 3 -1", "--jobs=1 -1"},  // deflate's fast path
       {"", "-j 1"},                    // the default: the online CPUs

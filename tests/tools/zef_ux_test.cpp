@@ -34,11 +34,7 @@ std::string tree(const std::string& directory) {
 
 // Answers reach standard output with status 0; failures reach standard error with status 1.
 TEST_F(ZefForPeople, EachCommandAnswersOnItsStreamWithItsStatus) {
-  const struct {
-    const char* arguments;
-    int status;
-    const char* text;
-  } rows[] = {
+  const struct { const char* arguments; int status; const char* text; } rows[] = {
       {"--help", 0, "Commands:"},
       {"--version", 0, "zef (kxzefarchiver) 1."},
       {"canon a/b/../c a//b /x/../y", 0, "a/c\na//b\n/y\n"},
@@ -184,11 +180,7 @@ for command in sys.argv[1:]:
 }
 
 TEST_F(ZefAppArchive, PatternsSelectWhatIsExtracted) {
-  const struct {
-    const char* reason;
-    const char* arguments;
-    const char* extracted;
-  } rows[] = {
+  const struct { const char* reason; const char* arguments; const char* extracted; } rows[] = {
       {"a glob's \"*\" crosses \"/\"", "'app/lib/*.py*'", "./app/lib/__pycache__/mod.pyc\n./app/lib/mod.py\n./app/lib/old.pyc\n"},
       {"a directory brings everything below it, in any case", "APP/ETC", "./app/etc/app.conf\n./app/etc/data[1].txt\n"},
       {"a name holding \"[\" matches itself", "'app/etc/data[1].txt'", "./app/etc/data[1].txt\n"},
@@ -221,11 +213,7 @@ TEST_F(ZefForPeople, InputsAreStoredUnderCleanNames) {
   writeFile("top/a.txt", "a");
   writeFile("top/sub/b.txt", "b");
   fs::create_symlink("../a.txt", "top/sub/link");
-  const struct {
-    const char* directory;
-    const char* inputs;
-    const char* names;
-  } rows[] = {
+  const struct { const char* directory; const char* inputs; const char* names; } rows[] = {
       {"top", ".", "a.txt\nsub/\nsub/b.txt\nsub/link\n"},
       // The writer adds the file a link points to, where it maps it.
       {".", "./top//sub/", "top/sub/\ntop/sub/b.txt\ntop/sub/link\ntop/a.txt\n"},
@@ -257,12 +245,8 @@ TEST_F(ZefForPeople, CreateExcludesByStoredName) {
 
 TEST_F(ZefForPeople, FixedTimesMakeArchivesByteIdentical) {
   writeFile("in/a.txt", "same bytes");
-  const struct {
-    const char* reason;
-    const char* setting;  // shell words before zef
-    const char* options;
-    const char* listed;
-  } rows[] = {
+  // setting: shell words before zef
+  const struct { const char* reason; const char* setting; const char* options; const char* listed; } rows[] = {
       {"--mtime as written", "", "--mtime '2021-07-08 09:10:11'", "2021-07-08T09:10:10"},
       {"SOURCE_DATE_EPOCH in UTC", "SOURCE_DATE_EPOCH=1600000000 TZ=Asia/Tokyo", "", "2020-09-13T12:26:40"},
       {"SOURCE_DATE_EPOCH before 1980 clamps", "SOURCE_DATE_EPOCH=0", "", "1980-01-01T00:00:00"},
@@ -298,12 +282,8 @@ TEST_F(ZefForPeople, OverwriteAnswersFromAPipeDecideEachFile) {
   writeFile("a.txt", "new a");
   writeFile("b.txt", "new b");
   ASSERT_EQ(zef("create two.zef a.txt b.txt").status, 0);
-  const struct {
-    const char* options;
-    const char* answers;
-    int asked;
-    const char* replaced;  // of a.txt and b.txt, asked in that order
-  } rows[] = {
+  // replaced: of a.txt and b.txt, asked in that order
+  const struct { const char* options; const char* answers; int asked; const char* replaced; } rows[] = {
       {"--overwrite=ask", "y\nn\n", 2, "a"},
       {"--overwrite=ask", "maybe\nn\nYES\n", 3, "b"},  // an unknown answer asks again
       {"--overwrite=ask", "a\n", 1, "ab"},
