@@ -74,28 +74,12 @@ class ParallelCreation : public testing::TempDirTest {
     return RunResult{status, capture.error() + capture.output(), readBack ? readFile(archive) : ""};
   }
 
-  // Runs alone and with `prefetch`; expects the same archive, messages and result.
-  void expectSameAsAlone(const ZEFEntryMap& inputs, int level, ParallelPrefetch& prefetch, const std::string& why) {
-    const RunResult alone = create(inputs, level, nullptr, "alone.zef");
-    const RunResult parallel = create(inputs, level, &prefetch, "parallel.zef");
-    EXPECT_EQ(parallel.status, alone.status) << why;
-    EXPECT_EQ(parallel.messages, alone.messages) << why;
-    EXPECT_EQ(parallel.bytes.size(), alone.bytes.size()) << why;
-    EXPECT_TRUE(parallel.bytes == alone.bytes) << why;
-  }
-
-  // Deflates with libdeflate on `workers` and on the calling thread alone;
-  // expects the same archive, messages and result.
-  void expectWholeAsOnTheCallingThread(const ZEFEntryMap& inputs, int level, unsigned workers,
-                                       PrefetchLimits limits, const std::string& why) {
-    ParallelPrefetch alone(0, limits, PrefetchDeflater::Whole);
-    const RunResult here = create(inputs, level, &alone, "here.zef");
-    ParallelPrefetch prefetch(workers, limits, PrefetchDeflater::Whole);
-    const RunResult parallel = create(inputs, level, &prefetch, "parallel.zef");
-    EXPECT_EQ(parallel.status, 0) << why;
-    EXPECT_EQ(parallel.messages, here.messages) << why;
-    EXPECT_TRUE(parallel.bytes == here.bytes) << why;
-    EXPECT_LE(prefetch.peakHeld(), limits.inFlightCap) << why;
+  // `run` must give the archive, messages and result `reference` gave.
+  static void expectSameRun(const RunResult& reference, const RunResult& run, const std::string& why) {
+    EXPECT_EQ(run.status, reference.status) << why;
+    EXPECT_EQ(run.messages, reference.messages) << why;
+    EXPECT_EQ(run.bytes.size(), reference.bytes.size()) << why;
+    EXPECT_TRUE(run.bytes == reference.bytes) << why;
   }
 };
 
@@ -112,10 +96,15 @@ TEST_F(ParallelCreation, ArchiveDoesNotDependOnTheWorkers) {
       {6, 2, {DefaultInFlightCap, 1 << 20, 4096}, "files over the whole limit: workers give zlib's stream"},
   };
   for (const auto& row : rows) {
-    ParallelPrefetch prefetch(row.workers, row.limits);
-    expectSameAsAlone(inputs, row.level, prefetch, row.why);
-    EXPECT_LE(prefetch.peakHeld(), row.limits.inFlightCap) << row.why;
-    expectWholeAsOnTheCallingThread(inputs, row.level, row.workers, row.limits, row.why);
+    ParallelPrefetch zlib(row.workers, row.limits), whole(row.workers, row.limits, PrefetchDeflater::Whole);
+    ParallelPrefetch here(0, row.limits, PrefetchDeflater::Whole);  // libdeflate on the calling thread alone
+    const RunResult alone = create(inputs, row.level, nullptr, "alone.zef");
+    EXPECT_EQ(alone.status, 0) << row.why;
+    expectSameRun(alone, create(inputs, row.level, &zlib, "zlib.zef"), row.why);
+    const RunResult onTheCallingThread = create(inputs, row.level, &here, "here.zef");
+    expectSameRun(onTheCallingThread, create(inputs, row.level, &whole, "whole.zef"), row.why);
+    EXPECT_LE(zlib.peakHeld(), row.limits.inFlightCap) << row.why;
+    EXPECT_LE(whole.peakHeld(), row.limits.inFlightCap) << row.why;
   }
 }
 
