@@ -17,6 +17,7 @@ namespace kxzef {
 namespace {
 
 using WritingCore = testing::TempDirTest;
+using testing::noise;
 using testing::sampleText;
 
 constexpr uint64_t RegularFile644 = 0100644u << 16;
@@ -55,11 +56,11 @@ std::vector<EntrySpec> mixedEntries() {
       {"empty", "", 0, 0, 0, 0},  // stored, 0 bytes: CRC and both sizes 0
       {"empty-deflated", "", 6, 0, 0, 0},
       {"docs/readme.txt", sampleText(20000), 6, 0, 0, 1},  // deflated text is marked as text
-      {"bin/data.bin", testing::noise(1, 40000), 9, 2, 4, 4, 0100755u << 16},  // binary keeps the caller's value
+      {"bin/data.bin", noise(1, 40000), 9, 2, 4, 4, 0100755u << 16},  // binary keeps the caller's value
       {"stored.txt", sampleText(50000), 0, 0, 0, 0},  // only deflate classifies
-      {"big/mixed.dat", testing::noise(7, 300000) + sampleText(300000), 1, 6, 0, 0},  // judged by its binary first block
+      {"big/mixed.dat", noise(7, 300000) + sampleText(300000), 1, 6, 0, 0},  // judged by its binary first block
       {"fast.txt", sampleText(70000), 2, 4, 0, 1},
-      {"default.bin", testing::noise(3, 1000), -1, 0, 0, 0},
+      {"default.bin", noise(3, 1000), -1, 0, 0, 0},
   };
 }
 
@@ -91,7 +92,7 @@ TEST_F(WritingCore, PeersReadBackEveryFieldAndByte) {
 TEST_F(WritingCore, EveryEntryIsDeflatedAsByAFreshStream) {
   const std::vector<EntrySpec> entries = {
       {"first.txt", sampleText(30000), 6, 0, 0, 1},
-      {"same-level.bin", testing::noise(2, 20000), 6, 0, 0, 0},  // right after text: nothing of it may linger
+      {"same-level.bin", noise(2, 20000), 6, 0, 0, 0},  // right after text: nothing of it may linger
       {"faster.txt", sampleText(5000), 1, 6, 0, 1},
       {"back-to-six.txt", sampleText(30000), 6, 0, 0, 1},  // the same text as the first entry
       {"empty", "", 6, 0, 0, 0},
@@ -165,7 +166,7 @@ TEST_F(WritingCore, FailedWriteIsReportedByTheStepThatWrites) {
       {40000, Large + 12 + 47 + 10, CloseArchive, "the end record"},
   };
   for (const auto& row : rows) {
-    const std::string content = testing::noise(5, row.size);
+    const std::string content = noise(5, row.size);
     int status = StatusOk;
     int step = OpenEntry;
     {
