@@ -1,7 +1,7 @@
 # The installed package as hosts meet it. STEP picks one check:
 #   install       installs the build into PREFIX and checks the tree it made
 #   consumer      builds and runs the consumer through find_package and pkg-config,
-#                 and compiles the example hosts, C++ and C, under -Werror
+#                 and builds the example hosts, C++ and C, under -Werror
 # Every step but install works in a directory of its own below WORK_DIR.
 
 function(run)
@@ -55,11 +55,11 @@ function(step_consumer)
   pkg_config_flags(flags)
   run(${CXX} -std=c++17 ${SOURCE_DIR}/tests/install/consumer/consumer.cpp ${flags} -o ${WORK_DIR}/pkgconfig-consumer)
   run(${WORK_DIR}/pkgconfig-consumer)
-  # The example hosts, which the README builds and runs without it, compile under -Werror.
-  run(${CXX} -std=c++17 -Wall -Wextra -Wpedantic -Werror -c ${SOURCE_DIR}/examples/host/host.cpp ${flags}
-      -o ${WORK_DIR}/host.o)
-  run(${CC} -std=c99 -Wall -Wextra -Wpedantic -Werror -c ${SOURCE_DIR}/examples/c-host/c_host.c ${flags}
-      -o ${WORK_DIR}/c_host.o)
+  # The example hosts, which the README builds and runs without it, build under -Werror.
+  run(${CXX} -std=c++17 -Wall -Wextra -Wpedantic -Werror ${SOURCE_DIR}/examples/host/host.cpp ${flags}
+      -o ${WORK_DIR}/zef-host)
+  run(${CC} -std=c99 -Wall -Wextra -Wpedantic -Werror ${SOURCE_DIR}/examples/c-host/c_host.c ${flags}
+      -o ${WORK_DIR}/c-host)
 endfunction()
 
 file(REMOVE_RECURSE ${WORK_DIR})
