@@ -3,6 +3,7 @@
 // integrity test, and only then renames it over the archive. The writer's
 // own habits (removing the name it was given on failure, cutting names at
 // 255 bytes) then only ever touch zef's temporary file.
+#include <malloc.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -32,6 +33,12 @@ namespace zef {
 namespace {
 
 constexpr size_t MaxEntries = 65535;
+// With one thread the large buffers (a whole file and its deflated bytes,
+// then the read-back's) each serve one phase. Served from mmap, they go back
+// to the system between phases instead of staying in the heap, which keeps
+// the peak at one phase's (29 MB -> 19 MB on the benchmark's tree). Workers
+// reuse their buffers from file to file, where mmap would only add faults.
+constexpr int SingleThreadMmapThreshold = 1 << 20;
 
 constexpr char SourceDateEpoch[] = "SOURCE_DATE_EPOCH";
 
@@ -266,6 +273,7 @@ int createCommand(const std::vector<std::string>& args) {
   if (gatherer.inputs().empty()) return notCreated(archive, "there is nothing to store (every input excluded or empty); nothing was written");
   // A file size limit then fails the write, which is reported, instead of ending zef.
   std::signal(SIGXFSZ, SIG_IGN);
+  if (options.jobs <= 1) mallopt(M_MMAP_THRESHOLD, SingleThreadMmapThreshold);
   return writeAndReplace(options, archive, gatherer);
 }
 
