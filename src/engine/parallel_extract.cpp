@@ -112,7 +112,7 @@ bool inflatedWhole(const EntryInfo& info) {
 // The current entry read raw, inflated in one call and checked against its
 // CRC before `job.target` is created, so that nothing is written from data
 // that fails.
-bool ParallelExtract::writeWhole(Tools& tools, const FileJob& job, mode_t umaskBits) {
+bool ParallelExtract::writeWhole(Tools& tools, const FileJob& job) const {
   const auto compressed = static_cast<size_t>(job.compressedSize);
   const auto size = static_cast<size_t>(job.uncompressedSize);
   // Room for one byte at least, so that an empty entry has somewhere to go.
@@ -125,7 +125,7 @@ bool ParallelExtract::writeWhole(Tools& tools, const FileJob& job, mode_t umaskB
   if (!tools.whole.inflate(tools.compressed.data(), compressed, out, size) || wholeCrc(out, size) != job.crc) {
     return false;
   }
-  const Target target = createTarget(job, umaskBits);
+  const Target target = createTarget(job, umask_);
   if (target.fd < 0) return false;
   const bool written = writeAll(target.fd, out, size) && finishTarget(target, job);
   return close(target.fd) == 0 && written;
@@ -145,7 +145,7 @@ bool ParallelExtract::writeFile(Tools& tools, const FileJob& job) const {
     return false;
   }
   if (inflater_ == ExtractInflater::Whole && inflatedWhole(info)) {
-    if (!writeWhole(tools, job, umask_)) return false;
+    if (!writeWhole(tools, job)) return false;
   } else if (core.openCurrentEntry(nullptr, nullptr, 0) != StatusOk ||
              !inflateInto(core, job, tools.buffer.get(), umask_)) {
     return false;

@@ -68,7 +68,7 @@ class ParallelExtract : public FileDispatch {
   bool handHere(const FileJob& job);
   bool openTools(Tools& tools) const;
   bool writeFile(Tools& tools, const FileJob& job) const;
-  static bool writeWhole(Tools& tools, const FileJob& job, mode_t umaskBits);
+  bool writeWhole(Tools& tools, const FileJob& job) const;
   void collect();
   Slot& slotFor(uint64_t number) { return slots_[number % slots_.size()]; }
 
